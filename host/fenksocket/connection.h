@@ -1,0 +1,73 @@
+// One end of a connection between two processes that invoke each other's objects. The daemon's IPC library and
+// the client library use the same code; docs/wire-protocol.md has the format.
+#ifndef KESD_HOST_FENKSOCKET_CONNECTION_H_
+#define KESD_HOST_FENKSOCKET_CONNECTION_H_
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "host/fenksocket/unique_fd.h"
+#include "ipc/object.h"
+
+namespace fenk {
+
+using Clock = std::chrono::steady_clock;
+
+// What an invocation of a peer's object answers when it never got an answer: the connection ended, the peer
+// did not answer in time, a limit was hit, or memory ran out. Results of the objects themselves are 0 and up.
+inline constexpr int32_t kErrorDisconnected = -1;
+inline constexpr int32_t kErrorTimedOut = -2;
+inline constexpr int32_t kErrorLimit = -3;
+
+// What one end admits. A peer that exceeds a limit is disconnected, or its invocation refused where the format can
+// say so; docs/wire-protocol.md states which.
+struct Limits {
+  uint32_t maxFrameBytes;                    // length of one frame from the peer
+  uint32_t maxExportedObjects;               // references to this end's objects that the peer may hold
+  uint32_t maxImportedObjects;               // references to the peer's objects that this end accepts
+  uint32_t maxNestedCalls;                   // invocations within invocations
+  std::chrono::milliseconds answerDeadline;  // for the peer to take a frame and to answer an invocation
+};
+
+enum class WaitResult {
+  kDone,          // the condition holds
+  kTimedOut,      // the deadline passed first
+  kWoken,         // the wake descriptor became readable first
+  kDisconnected,  // the connection ended first
+};
+
+// Any thread may call any method, several at once. A stand-in for a peer's object is an `Object` like any other; it
+// keeps its connection's state alive, so it may be invoked and released at any time, also after the end.
+class Connection : public std::enable_shared_from_this<Connection> {
+ public:
+  // Takes over a connected Unix stream socket. `root` is what the peer finds as this end's root object; it is
+  // not counted. An end that serves nothing passes {nullptr, nullptr}.
+  static std::shared_ptr<Connection> Create(UniqueFd socket, const Limits& limits, Object root);
+
+  // A stand-in for the peer's root object, with one reference that belongs to the caller. {nullptr, nullptr} when
+  // memory ran out.
+  Object PeerRoot();
+
+  // Reads frames and serves them on the calling thread (or lets the thread that already does so do it) until `done`
+  // holds, the deadline passes, `wakeFd` is readable or the connection ends. `done` is called with no lock held
+  // after each frame that this end has served; it may be called on any thread that serves. A negative `wakeFd` is none.
+  WaitResult ServeUntil(const std::function<bool()>& done, std::optional<Clock::time_point> deadline, int wakeFd);
+
+  // Ends the connection: every invocation that waits on it fails, and everything the peer held is released, once.
+  // Does not wait for other threads.
+  void Close();
+
+  ~Connection();
+
+ private:
+  struct State;
+  explicit Connection(std::unique_ptr<State> state);
+  std::unique_ptr<State> state;
+};
+
+}  // namespace fenk
+
+#endif  // KESD_HOST_FENKSOCKET_CONNECTION_H_

@@ -1,0 +1,60 @@
+// What the values mean that the daemon relays unread: the host's location client library writes them into its
+// objects, the client reads them out of the result records, and both do it here. Units stand beside each field.
+#ifndef KESD_HOST_WIFI_MEASUREMENT_VALUES_H_
+#define KESD_HOST_WIFI_MEASUREMENT_VALUES_H_
+
+#include <cstdint>
+#include <limits>
+
+namespace wifi {
+
+// `scanStatus` of a response.
+enum class ScanStatus : uint32_t {
+  kOk = 0,
+  kFailed = 1,         // the source began and could not finish
+  kTimedOut = 2,       // the request's timeout passed first
+  kUnsupported = 3,    // this source never serves such a request
+  kUnavailable = 4,    // the source cannot be read at the moment
+  kBadResponse = 5,    // the daemon's own: the library's response was missing or of the wrong type
+  kInvalidRequest = 6  // a parameter that no source can serve, such as a channel that does not exist
+};
+
+inline constexpr int32_t kSignalUnknown = std::numeric_limits<int32_t>::min();
+
+// The values that every measurement carries beside its BSSID, SSID and elements.
+struct ScanValues {
+  uint64_t timestampUs = 0;            // Timestamp field of the beacon or probe response (9.4.1.10); 0 if unknown
+  uint32_t ageMs = 0;                  // from the moment it was taken to the moment it was reported
+  uint32_t frequencyMhz = 0;           // centre of the primary channel; 0 if unknown
+  int32_t signalMbm = kSignalUnknown;  // 1/100 dBm
+  uint16_t beaconIntervalTu = 0;       // time units of 1024 us (9.4.1.3)
+  uint16_t capability = 0;             // Capability Information field (9.4.1.4)
+};
+
+// `measurement` is a zv_loc_fw::VEXOScanMeasurement; its members are named after their offsets.
+template <typename Measurement>
+void StoreScanValues(const ScanValues& values, Measurement& measurement) {
+  measurement.valueF8 = values.timestampUs;
+  measurement.valueF0 = values.ageMs;
+  measurement.value10 = values.frequencyMhz;
+  measurement.valueA0 = static_cast<uint32_t>(values.signalMbm);
+  measurement.valueA4 = values.beaconIntervalTu;
+  measurement.valueA6 = values.capability;
+}
+
+// `record` is the WifiScanMeasurement that the daemon made of such a measurement.
+template <typename Record>
+ScanValues LoadScanValues(const Record& record) {
+  ScanValues values;
+  values.timestampUs = record.scanValue08;
+  values.ageMs = record.scanValue10;
+  values.frequencyMhz = record.scanValue14;
+  values.signalMbm = static_cast<int32_t>(record.scanValue18);
+  values.beaconIntervalTu = record.scanValue38;
+  values.capability = record.scanValue3A;
+  return values;
+}
+
+}  // namespace wifi
+
+#endif  // KESD_HOST_WIFI_MEASUREMENT_VALUES_H_
