@@ -14,6 +14,8 @@
 
 namespace fenk {
 
+class Session;
+
 using Clock = std::chrono::steady_clock;
 
 // What an invocation of a peer's object answers when it never got an answer: the connection ended, the peer
@@ -39,13 +41,33 @@ enum class WaitResult {
   kDisconnected,  // the connection ended first
 };
 
+enum class EndKind {
+  kOpen,          // it has not ended
+  kClosedHere,    // by Close or Drain
+  kClosedByPeer,  // orderly or not
+  kViolation,     // the peer broke the protocol or exceeded a limit
+  kDeadline,      // the peer did not take a frame or did not answer in time
+  kFailure        // this end ran out of memory
+};
+
+struct ConnectionEnd {
+  EndKind kind;
+  const char* what;  // for a log line; empty while open. Static.
+};
+
 // Any thread may call any method, several at once. A stand-in for a peer's object is an `Object` like any other; it
-// keeps its connection's state alive, so it may be invoked and released at any time, also after the end.
+// keeps its connection's state alive, so it may be invoked and released at any time, also after the end. Retaining and
+// releasing it are local. Invoking it clears the output objects first, and writes outputs only with OBJECT_OK.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
   // Takes over a connected Unix stream socket. `root` is what the peer finds as this end's root object; it is
   // not counted. An end that serves nothing passes {nullptr, nullptr}.
-  static std::shared_ptr<Connection> Create(UniqueFd socket, const Limits& limits, Object root);
+  // A last release must tell the peer, and the socket may be full. With `unsent` it never waits: `unsent` is called
+  // (on any thread, no lock held) when something had to stay, and whoever made the connection calls Flush once the
+  // socket is writable. Without it, the release waits for the peer, for the answer deadline at most.
+  // Null when memory ran out.
+  static std::shared_ptr<Connection> Create(UniqueFd socket, const Limits& limits, Object root,
+                                            std::function<void()> unsent = nullptr);
 
   // A stand-in for the peer's root object, with one reference that belongs to the caller. {nullptr, nullptr} when
   // memory ran out.
@@ -60,12 +82,22 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // Does not wait for other threads.
   void Close();
 
+  // Ends the connection as soon as no invocation from the peer runs: those in progress finish and are answered, but
+  // what they or other threads ask of the peer fails at once. Does not wait.
+  void Drain();
+
+  // How it ended, if it has.
+  ConnectionEnd End() const;
+
+  // Sends what `unsent` announced, as far as the socket takes it. Never waits.
+  void Flush();
+
+  // Closes the connection; what the peer gave lives on and answers kErrorDisconnected.
   ~Connection();
 
  private:
-  struct State;
-  explicit Connection(std::unique_ptr<State> state);
-  std::unique_ptr<State> state;
+  explicit Connection(std::shared_ptr<Session> session);
+  const std::shared_ptr<Session> session;
 };
 
 }  // namespace fenk

@@ -1,0 +1,89 @@
+// Frames into a stream socket.
+#ifndef KESD_HOST_FENKSOCKET_OUTBOX_H_
+#define KESD_HOST_FENKSOCKET_OUTBOX_H_
+
+#include <sys/uio.h>
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+
+#include "host/fenksocket/wire.h"
+#include "support/mutex.h"
+
+namespace fenk {
+
+// A reference to one of the peer's objects, to be given back. Made when the reference arrives, so that giving it back
+// needs no memory.
+struct Receipt {
+  explicit Receipt(uint64_t objectId) : id(objectId) {}
+  const uint64_t id;
+  std::unique_ptr<Receipt> next;
+};
+
+// Writes whole frames, one thread at a time; any thread may call any method.
+class Outbox {
+ public:
+  enum class Result { kSent, kTimedOut, kClosed };
+
+  // `unsent` is called, with no lock held, when receipts or the rest of a frame had to stay because the socket is full
+  // and no thread is left that waits for it: Flush is then due once the socket is writable. Without `unsent`, GiveBack
+  // itself waits for the peer, up to `patience`.
+  Outbox(int socket, std::chrono::milliseconds releasePatience, std::function<void()> unsent);
+  ~Outbox();
+
+  // Sends one frame, or nothing when its turn does not come in time. After kTimedOut the stream may have ended within
+  // the frame: the connection is of no more use.
+  Result Send(std::span<iovec> frame, std::chrono::steady_clock::time_point deadline) KESD_EXCLUDES(mutex);
+
+  // Sends the receipt now, or queues it for whoever writes next.
+  void GiveBack(std::unique_ptr<Receipt> receipt) KESD_EXCLUDES(mutex);
+
+  // Sends what is queued, as far as the socket takes it.
+  void Flush() KESD_EXCLUDES(mutex);
+
+  // Nothing is sent from now on; threads that wait here return. The socket must have been shut down.
+  void Close() KESD_EXCLUDES(mutex);
+
+ private:
+  using Deadline = std::optional<std::chrono::steady_clock::time_point>;  // none: does not wait
+
+  // The turn: one thread at a time writes, and whoever has it sends what others queued before giving it up.
+  Result TakeTurn(Deadline deadline) KESD_EXCLUDES(mutex);
+  void EndTurn() KESD_EXCLUDES(mutex);
+  // These are the turn's.
+  bool NextRelease() KESD_EXCLUDES(mutex);
+  Result WriteRelease(Deadline deadline);
+  Result Write(std::span<iovec> parts, std::size_t& written, Deadline deadline) const;
+
+  static constexpr std::size_t kIdsPerFrame = 64;
+  struct ReleaseFrame {
+    wire::FrameHeader header;
+    std::array<uint64_t, kIdsPerFrame> ids;
+  };
+
+  const int fd;
+  const std::chrono::milliseconds patience;
+  const std::function<void()> onUnsent;
+
+  kesd::Mutex mutex;
+  kesd::Condition turn;
+  bool writing KESD_GUARDED_BY(mutex) = false;  // a thread has the turn
+  bool closed KESD_GUARDED_BY(mutex) = false;
+  std::unique_ptr<Receipt> queue KESD_GUARDED_BY(mutex);
+  Receipt* last KESD_GUARDED_BY(mutex) = nullptr;
+
+  // The turn's own.
+  ReleaseFrame release;
+  std::size_t releaseBegin = 0;  // of `release`, the bytes from here
+  std::size_t releaseEnd = 0;    // to here are not sent yet
+};
+
+}  // namespace fenk
+
+#endif  // KESD_HOST_FENKSOCKET_OUTBOX_H_

@@ -1,0 +1,188 @@
+// How a session begins and ends, and how its threads take turns at reading.
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <limits>
+#include <new>
+#include <utility>
+
+#include "host/fenksocket/poll_timeout.h"
+#include "host/fenksocket/session.h"
+
+namespace fenk {
+
+Session::Session(UniqueFd connectedSocket, const Limits& peerLimits, Object servedRoot, std::function<void()> onUnsent)
+    : socket(std::move(connectedSocket)),
+      limits(peerLimits),
+      root(servedRoot),
+      outbox(socket.Get(), peerLimits.answerDeadline, std::move(onUnsent)),
+      inbox(socket.Get(), peerLimits.maxFrameBytes),
+      exports(peerLimits.maxExportedObjects),
+      peerMaxFrameBytes(std::numeric_limits<uint32_t>::max()) {}
+
+void Session::Begin() {
+  wire::FrameBuilder hello(wire::kHello, 0);
+  hello.Put(wire::HelloBody{wire::kMagic, wire::kVersion, 0, limits.maxFrameBytes, 0});
+  if (!hello.Finish(wire::kSmallestMaxFrameBytes) ||
+      outbox.Send(hello.Parts(), Clock::now()) != Outbox::Result::kSent) {
+    End(EndKind::kClosedByPeer, "closed by the peer");
+  }
+}
+
+WaitResult Session::Serve(const std::function<bool()>& done, std::optional<Clock::time_point> deadline, int wakeFd) {
+  Waiter waiter;
+  waiter.everyFrame = true;
+  return Wait(done, deadline, wakeFd, waiter);
+}
+
+void Session::Drain() {
+  {
+    const kesd::MutexLock lock(mutex);
+    if (Over()) return;
+    draining = true;
+    FailCalls();
+    if (depth != 0) {
+      shutdown(socket.Get(), SHUT_RD);  // an invocation may be reading for a reply
+      return;
+    }
+  }
+  End(EndKind::kClosedHere, "closed here");
+}
+
+void Session::End(EndKind kind, const char* what) {
+  decltype(deferred) dropped;
+  {
+    const kesd::MutexLock lock(mutex);
+    if (end.kind != EndKind::kOpen) return;
+    end = {kind, what};
+    dropped.swap(deferred);
+    FailCalls();
+    for (Waiter* waiter = waiting; waiter != nullptr; waiter = waiter->next) Signal(*waiter);
+  }
+  shutdown(socket.Get(), SHUT_RDWR);
+  outbox.Close();
+  exports.Close();
+}
+
+ConnectionEnd Session::HowEnded() {
+  const kesd::MutexLock lock(mutex);
+  return end;
+}
+
+void Session::FailCalls() {
+  for (Call* call : calls) {
+    call->done = true;
+    Signal(call->waiter);
+  }
+  calls.clear();
+}
+
+WaitResult Session::Wait(const std::function<bool()>& done, std::optional<Clock::time_point> deadline, int wakeFd,
+                         Waiter& waiter) {
+  bool reading;
+  {
+    const kesd::MutexLock lock(mutex);
+    reading = reader == std::this_thread::get_id();
+    if (!reading) {
+      waiter.next = waiting;
+      waiting = &waiter;
+    }
+  }
+  const bool nested = reading;
+  WaitResult result;
+  for (;;) {
+    bool over;
+    {
+      const kesd::MutexLock lock(mutex);
+      waiter.signalled = false;  // before the condition is looked at: what changes it later signals again
+      over = Over();
+      if (!reading && !reader) {
+        reader = std::this_thread::get_id();
+        reading = true;
+      }
+    }
+    result = WaitResult::kDone;
+    if (done()) break;
+    result = WaitResult::kDisconnected;
+    if (over) break;
+    result = reading ? ReadAndServe(deadline, wakeFd) : AwaitSignal(waiter, deadline, wakeFd);
+    if (result == WaitResult::kTimedOut || result == WaitResult::kWoken) break;
+  }
+  if (nested) return result;
+  const kesd::MutexLock lock(mutex);
+  if (reading) reader.reset();
+  Waiter** link = &waiting;
+  while (*link != &waiter) link = &(*link)->next;
+  *link = waiter.next;
+  if (!reader && waiting != nullptr) Signal(*waiting);
+  return result;
+}
+
+// One frame, or one deferred invocation. kDone when there may be more.
+WaitResult Session::ReadAndServe(std::optional<Clock::time_point> deadline, int wakeFd) {
+  try {
+    if (ServeDeferred()) return WaitResult::kDone;
+    Frame frame;
+    switch (inbox.Next(frame, deadline, wakeFd)) {
+      case Inbox::Status::kFrame:
+        ServeFrame(frame);
+        return WaitResult::kDone;
+      case Inbox::Status::kTimedOut:
+        return WaitResult::kTimedOut;
+      case Inbox::Status::kWoken:
+        return WaitResult::kWoken;
+      case Inbox::Status::kMalformed:
+        End(EndKind::kViolation, inbox.Wrong());
+        break;
+      case Inbox::Status::kEnd: {
+        // While draining, the last reply is still to be sent.
+        if (!Draining()) End(EndKind::kClosedByPeer, "closed by the peer");
+        break;
+      }
+    }
+  } catch (const std::bad_alloc&) {
+    End(EndKind::kFailure, "out of memory");
+  }
+  return WaitResult::kDisconnected;
+}
+
+// kDone when it was signalled.
+WaitResult Session::AwaitSignal(Waiter& waiter, std::optional<Clock::time_point> deadline, int wakeFd) {
+  if (wakeFd < 0) {
+    const kesd::MutexLock lock(mutex);
+    while (!waiter.signalled) {
+      if (!waiter.condition.Wait(mutex, deadline) && !waiter.signalled) return WaitResult::kTimedOut;
+    }
+    return WaitResult::kDone;
+  }
+  {
+    const kesd::MutexLock lock(mutex);
+    if (waiter.signalled) return WaitResult::kDone;
+    if (!waiter.event.IsOpen()) waiter.event.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  }
+  if (!waiter.event.IsOpen()) {
+    End(EndKind::kFailure, "out of descriptors");
+    return WaitResult::kDone;
+  }
+  pollfd watched[2] = {{wakeFd, POLLIN, 0}, {waiter.event.Get(), POLLIN, 0}};
+  const int ready = poll(watched, 2, PollTimeout(deadline));
+  if (ready > 0 && watched[0].revents != 0) return WaitResult::kWoken;
+  if (ready == 0 && deadline && Clock::now() >= *deadline) return WaitResult::kTimedOut;
+  eventfd_t count;
+  (void)eventfd_read(waiter.event.Get(), &count);  // nothing to read after an interruption
+  return WaitResult::kDone;
+}
+
+// Under the lock: the waiter cannot leave before its signal is complete.
+void Session::Signal(Waiter& waiter) {
+  waiter.signalled = true;
+  if (waiter.event.IsOpen()) {
+    (void)eventfd_write(waiter.event.Get(), 1);  // fails only when it is signalled already
+  } else {
+    waiter.condition.NotifyOne();
+  }
+}
+
+}  // namespace fenk
