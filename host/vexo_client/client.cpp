@@ -1,0 +1,318 @@
+#include "host/vexo_client/client.h"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <iterator>
+#include <utility>
+
+#include "host/vexo_client/discovery_request.h"
+#include "host/vexo_client/discovery_response.h"
+#include "host/wifi/ranging_parameters.h"
+#include "platform/log.h"
+
+namespace vexo_host {
+namespace {
+
+using std::chrono::milliseconds;
+using wifi::ScanStatus;
+
+constexpr char kTag[] = "vexo_client";
+
+// Keeps sums of times far from overflow.
+constexpr int64_t kLongestTimeoutMs = 24 * 60 * 60 * 1000;
+
+milliseconds Timeout(int64_t asked, int64_t standard) {
+  return milliseconds(asked <= 0 ? standard : std::min(asked, kLongestTimeoutMs));
+}
+
+}  // namespace
+
+// One of the places for requests in flight, given back at the end.
+class Client::Place {
+ public:
+  explicit Place(std::atomic<uint32_t>& count) : taken(&count) {
+    if (taken->fetch_add(1) >= kMaxRequestsInFlight) Leave();
+  }
+  Place(Place&& other) noexcept : taken(std::exchange(other.taken, nullptr)) {}
+  Place& operator=(Place&&) = delete;
+  ~Place() { Leave(); }
+
+  bool IsTaken() const { return taken != nullptr; }
+
+ private:
+  void Leave() {
+    if (taken != nullptr) std::exchange(taken, nullptr)->fetch_sub(1);
+  }
+
+  std::atomic<uint32_t>* taken;
+};
+
+// The one answer to a request or to a round of a periodic one.
+struct Client::Answer {
+  std::atomic<bool> given = false;
+  std::optional<Scheduler::TaskId> timeout;  // set before the source is asked
+
+  bool Claim() { return !given.exchange(true); }
+};
+
+struct Client::Discovery {
+  Discovery(const DiscoveryRequest& request, Place somePlace)
+      : place(std::move(somePlace)),
+        id(request.getRequestId()),
+        mode(request.mode),
+        ageFilterMs(request.ageFilterMs),
+        enough(std::max(request.fallbackCount, 1u)) {
+    query.scanType = request.scanType;
+    query.filters = DiscoveryFilters(request.band);
+    valid = query.filters.SetChannels(request.channels);
+    query.filters.SetSsids(request.ssids);
+    query.filters.SetMacAddresses(request.macAddresses);
+  }
+
+  const Place place;
+  const uint32_t id;
+  const ScanMode mode;
+  const uint32_t ageFilterMs;
+  const uint32_t enough;  // cached measurements that make a scan needless
+  DiscoveryQuery query;
+  bool valid;
+  Answer answer;
+};
+
+struct Client::Ranging {
+  Ranging(const zv_loc_fw::VEXORangingScanRequest& request, Place somePlace)
+      : place(std::move(somePlace)),
+        id(request.getRequestId()),
+        timeout(Timeout(request.ts, wifi::kDefaultRangingTimeoutMs)) {
+    for (uint32_t i = 0; i < request.nodes.count; ++i) query.nodes.push_back(request.nodes[i]);
+  }
+
+  Ranging(const zv_loc_fw::VEXOPeriodicRangingScanRequest& request, Place somePlace)
+      : place(std::move(somePlace)),
+        id(request.getRequestId()),
+        timeout(Timeout(request.ts, wifi::kDefaultRangingTimeoutMs)) {
+    int32_t shortest = wifi::kMaxRangingIntervalMs;
+    int32_t most = 1;
+    for (uint32_t i = 0; i < request.nodes.count; ++i) {
+      const zv_loc_fw::VEXOPeriodicNodeInfo& node = request.nodes[i];
+      query.nodes.push_back(node);
+      shortest = std::min(shortest, node.value5);
+      most = std::max(most, node.value6);
+    }
+    interval = milliseconds(std::max(shortest, wifi::kMinRangingIntervalMs));
+    roundsLeft = std::min(most, wifi::kMaxRangingRounds);
+  }
+
+  const Place place;
+  const uint32_t id;
+  const milliseconds timeout;
+  milliseconds interval{0};
+  RangingQuery query;
+  // Rounds of one request never overlap, so these need no lock.
+  int32_t roundsLeft = 1;
+  TimePoint roundStart;
+};
+
+std::unique_ptr<Client> Client::Create(zv_loc_fw::VEXOClientListener& listener, const SourceMaker& makeSource) noexcept
+    try {
+  std::unique_ptr<Client> client(new Client(listener));
+  if (!client->scheduler.Start()) return nullptr;
+  client->source = makeSource(client->scheduler);
+  return client->source == nullptr ? nullptr : std::move(client);
+} catch (const std::exception& e) {
+  zv_loc_fw::log_error(kTag, "cannot make a client: %s\n", e.what());
+  return nullptr;
+}
+
+// The tasks use the source, so they end first.
+Client::~Client() { scheduler.Stop(); }
+
+Client::SendResult Client::Send(const zv_loc_fw::VEXORequest& request) noexcept try {
+  Place place(inFlight);
+  if (!place.IsTaken()) {
+    zv_loc_fw::log_warning(kTag, "request %u refused: %u are in flight\n", request.getRequestId(),
+                           kMaxRequestsInFlight);
+    return kTooMany;
+  }
+  if (const auto* discovery = dynamic_cast<const DiscoveryRequest*>(&request)) {
+    return SendDiscovery(*discovery, std::move(place));
+  }
+  if (const auto* ranging = dynamic_cast<const zv_loc_fw::VEXORangingScanRequest*>(&request)) {
+    return SendRanging(std::make_shared<Ranging>(*ranging, std::move(place)));
+  }
+  if (const auto* periodic = dynamic_cast<const zv_loc_fw::VEXOPeriodicRangingScanRequest*>(&request)) {
+    return SendRanging(std::make_shared<Ranging>(*periodic, std::move(place)));
+  }
+  zv_loc_fw::log_error(kTag, "request %u refused: of no known kind\n", request.getRequestId());
+  return kUnknownKind;
+} catch (const std::exception& e) {
+  zv_loc_fw::log_error(kTag, "request %u refused: %s\n", request.getRequestId(), e.what());
+  return kNoMemory;
+}
+
+template <typename Task>
+std::optional<Scheduler::TaskId> Client::Schedule(TimePoint when, Task&& task) noexcept try {
+  return scheduler.At(when, std::forward<Task>(task));
+} catch (const std::exception&) {
+  return std::nullopt;
+}
+
+// True for the first who asks, and only for them; then the timeout is called off. Not for the timeout itself, which may
+// fall due while its ID is still being stored.
+bool Client::Settle(Answer& answer) {
+  if (!answer.Claim()) return false;
+  if (answer.timeout) scheduler.Cancel(*answer.timeout);
+  return true;
+}
+
+Client::SendResult Client::SendDiscovery(const DiscoveryRequest& request, Place place) {
+  const auto discovery = std::make_shared<Discovery>(request, std::move(place));
+  const TimePoint now = Scheduler::Clock::now();
+  if (!discovery->valid) {
+    const auto refuse = [this, discovery] { Report(*discovery, ScanStatus::kInvalidRequest, {}); };
+    return Schedule(now, refuse) ? kAccepted : kNoMemory;
+  }
+  if (discovery->mode == ScanMode::kCacheOnly) {
+    const auto answer = [this, discovery] { ReportCached(*discovery, ScanStatus::kOk); };
+    return Schedule(now, answer) ? kAccepted : kNoMemory;
+  }
+
+  std::optional<Scheduler::TaskId>& timeout = discovery->answer.timeout;
+  timeout = Schedule(now + Timeout(request.timeoutMs, wifi::kDefaultTimeoutMs), [this, discovery] {
+    if (discovery->answer.Claim()) ReportCached(*discovery, ScanStatus::kTimedOut);
+  });
+  if (!timeout) return kNoMemory;
+  if (discovery->mode == ScanMode::kFresh) {
+    StartScan(discovery);
+  } else if (!Schedule(now, [this, discovery] { AnswerFromCacheOrScan(discovery); })) {
+    return Settle(discovery->answer) ? kNoMemory : kAccepted;
+  }
+  return kAccepted;
+}
+
+void Client::AnswerFromCacheOrScan(const DiscoveryPointer& discovery) noexcept {
+  try {
+    const std::vector<BssPointer> cached = Cached(*discovery);
+    const auto admitted = std::count_if(cached.begin(), cached.end(),
+                                        [&](const BssPointer& bss) { return discovery->query.filters.Admits(*bss); });
+    if (admitted >= static_cast<int64_t>(discovery->enough)) {
+      if (Settle(discovery->answer)) Report(*discovery, ScanStatus::kOk, cached);
+      return;
+    }
+  } catch (const std::bad_alloc&) {
+    // What the cache holds cannot be had, so the source has to answer.
+  }
+  StartScan(discovery);
+}
+
+void Client::StartScan(const DiscoveryPointer& discovery) noexcept try {
+  // The done function must exist before the source takes over the duty to call it.
+  vexo_host::ScanDone done = [this, discovery](ScanStatus status, std::vector<Bss> found) {
+    TakeScan(discovery, status, std::move(found));
+  };
+  source->StartScan({discovery, &discovery->query}, std::move(done));
+} catch (const std::bad_alloc&) {
+  TakeScan(discovery, ScanStatus::kFailed, {});
+}
+
+// On any thread, perhaps inside sendRequest, so the report is left to the scheduler. If it cannot be scheduled, the
+// timeout answers.
+void Client::TakeScan(const DiscoveryPointer& discovery, ScanStatus status, std::vector<Bss> found) noexcept {
+  std::vector<BssPointer> measurements;
+  try {
+    measurements.reserve(found.size());
+    for (Bss& bss : found) measurements.push_back(std::make_shared<const Bss>(std::move(bss)));
+    if (status == ScanStatus::kOk) cache.Insert(measurements);
+  } catch (const std::bad_alloc&) {
+    zv_loc_fw::log_error(kTag, "request %u: no memory for the scan's %zu results\n", discovery->id, found.size());
+    status = ScanStatus::kFailed;
+    measurements.clear();
+  }
+  Schedule(Scheduler::Clock::now(), [this, discovery, status, measurements = std::move(measurements)] {
+    if (!Settle(discovery->answer)) return;
+    if (status == ScanStatus::kOk) {
+      Report(*discovery, status, measurements);
+    } else {
+      ReportCached(*discovery, status);
+    }
+  });
+}
+
+// What the cache holds that is young enough for the request.
+std::vector<BssPointer> Client::Cached(const Discovery& discovery) {
+  if (discovery.mode == ScanMode::kFresh) return {};
+  if (discovery.ageFilterMs == 0) return cache.TakenSince(TimePoint::min());
+  return cache.TakenSince(Scheduler::Clock::now() - milliseconds(discovery.ageFilterMs));
+}
+
+void Client::ReportCached(Discovery& discovery, ScanStatus status) noexcept {
+  std::vector<BssPointer> cached;
+  try {
+    cached = Cached(discovery);
+  } catch (const std::bad_alloc&) {
+    if (status == ScanStatus::kOk) status = ScanStatus::kFailed;
+  }
+  Report(discovery, status, cached);
+}
+
+void Client::Report(Discovery& discovery, ScanStatus status, const std::vector<BssPointer>& candidates) noexcept {
+  DiscoveryResponse response(discovery.id, status, static_cast<uint32_t>(candidates.size()));
+  try {
+    std::vector<BssPointer> admitted;
+    std::copy_if(candidates.begin(), candidates.end(), std::back_inserter(admitted),
+                 [&](const BssPointer& bss) { return discovery.query.filters.Admits(*bss); });
+    response.Fill(std::move(admitted), Scheduler::Clock::now());
+  } catch (const std::bad_alloc&) {
+    zv_loc_fw::log_error(kTag, "request %u: no memory for the response\n", discovery.id);
+    response.scanStatus = static_cast<uint32_t>(ScanStatus::kFailed);
+  }
+  listener.responseReceived(&response);
+}
+
+Client::SendResult Client::SendRanging(RangingPointer ranging) {
+  if (!ranging->query.nodes.empty()) {
+    return StartRound(ranging, Scheduler::Clock::now()) ? kAccepted : kNoMemory;
+  }
+  ranging->roundsLeft = 1;
+  const auto refuse = [this, ranging] { Report(ranging, ScanStatus::kInvalidRequest); };
+  return Schedule(Scheduler::Clock::now(), refuse) ? kAccepted : kNoMemory;
+}
+
+// False when there is no memory; then nothing was begun.
+bool Client::StartRound(const RangingPointer& ranging, TimePoint start) noexcept try {
+  ranging->roundStart = start;
+  const AnswerPointer answer = std::make_shared<Answer>();
+  RangingDone done = [this, ranging, answer](ScanStatus status) {
+    Schedule(Scheduler::Clock::now(), [this, ranging, answer, status] {
+      if (Settle(*answer)) Report(ranging, status);
+    });
+  };
+  answer->timeout = Schedule(start + ranging->timeout, [this, ranging, answer] {
+    if (answer->Claim()) Report(ranging, ScanStatus::kTimedOut);
+  });
+  if (!answer->timeout) return false;
+  source->StartRanging({ranging, &ranging->query}, std::move(done));
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
+}
+
+void Client::Report(const RangingPointer& ranging, ScanStatus status) noexcept {
+  zv_loc_fw::VEXORangingScanResponse response(ranging->id);
+  response.scanStatus = static_cast<uint32_t>(status);
+  listener.responseReceived(&response);
+
+  if (--ranging->roundsLeft == 0) return;
+  const TimePoint next = std::max(ranging->roundStart + ranging->interval, Scheduler::Clock::now());
+  const auto nextRound = [this, ranging, next] {
+    if (!StartRound(ranging, next)) {
+      zv_loc_fw::log_error(kTag, "request %u: no memory, the remaining rounds are dropped\n", ranging->id);
+    }
+  };
+  if (!Schedule(next, nextRound)) {
+    zv_loc_fw::log_error(kTag, "request %u: no memory, the remaining rounds are dropped\n", ranging->id);
+  }
+}
+
+}  // namespace vexo_host

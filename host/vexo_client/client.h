@@ -1,0 +1,79 @@
+// The host's location client: takes requests, asks the source, answers the listener.
+#ifndef KESD_HOST_VEXO_CLIENT_CLIENT_H_
+#define KESD_HOST_VEXO_CLIENT_CLIENT_H_
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "host/vexo_client/measurement_cache.h"
+#include "host/vexo_client/scheduler.h"
+#include "host/vexo_client/source.h"
+#include "platform/vexo_client.h"
+
+namespace vexo_host {
+
+class DiscoveryRequest;
+
+// Every accepted request is answered, at the latest when its timeout has passed, by one report (a periodic one by one
+// for each round) on a thread of the scheduler. Several reports may be in progress at once.
+class Client final : public zv_loc_fw::VEXOClient {
+ public:
+  using SourceMaker = std::function<std::unique_ptr<MeasurementSource>(Scheduler&)>;
+
+  // Requests accepted and not answered, or still held by the source. Each costs about a kilobyte, plus its lists.
+  static constexpr uint32_t kMaxRequestsInFlight = 65'536;
+
+  // What Send answers; sendRequest hands it out unchanged.
+  enum SendResult : int32_t { kAccepted = 0, kUnknownKind = -1, kTooMany = -2, kNoMemory = -3 };
+
+  // Null when a thread or memory is not to be had. `listener` must outlive the client.
+  static std::unique_ptr<Client> Create(zv_loc_fw::VEXOClientListener& listener,
+                                        const SourceMaker& makeSource) noexcept;
+  // Not to be called from a report: it waits for those in progress.
+  ~Client() override;
+
+  SendResult Send(const zv_loc_fw::VEXORequest& request) noexcept;
+
+ private:
+  class Place;
+  struct Answer;
+  struct Discovery;
+  struct Ranging;
+  using DiscoveryPointer = std::shared_ptr<Discovery>;
+  using RangingPointer = std::shared_ptr<Ranging>;
+  using AnswerPointer = std::shared_ptr<Answer>;
+  using TimePoint = Scheduler::Clock::time_point;
+
+  explicit Client(zv_loc_fw::VEXOClientListener& someListener) : listener(someListener) {}
+
+  bool Settle(Answer& answer);
+  SendResult SendDiscovery(const DiscoveryRequest& request, Place place);
+  void StartScan(const DiscoveryPointer& discovery) noexcept;
+  void TakeScan(const DiscoveryPointer& discovery, wifi::ScanStatus status, std::vector<Bss> found) noexcept;
+  void AnswerFromCacheOrScan(const DiscoveryPointer& discovery) noexcept;
+  std::vector<BssPointer> Cached(const Discovery& discovery);
+  void ReportCached(Discovery& discovery, wifi::ScanStatus status) noexcept;
+  void Report(Discovery& discovery, wifi::ScanStatus status, const std::vector<BssPointer>& candidates) noexcept;
+
+  SendResult SendRanging(RangingPointer ranging);
+  bool StartRound(const RangingPointer& ranging, TimePoint start) noexcept;
+  void Report(const RangingPointer& ranging, wifi::ScanStatus status) noexcept;
+
+  // Runs `task` on a thread of the scheduler. Nothing when there is no memory for it.
+  template <typename Task>
+  std::optional<Scheduler::TaskId> Schedule(TimePoint when, Task&& task) noexcept;
+
+  zv_loc_fw::VEXOClientListener& listener;
+  std::atomic<uint32_t> inFlight = 0;
+  MeasurementCache cache;
+  Scheduler scheduler;
+  std::unique_ptr<MeasurementSource> source;
+};
+
+}  // namespace vexo_host
+
+#endif  // KESD_HOST_VEXO_CLIENT_CLIENT_H_

@@ -1,0 +1,295 @@
+#include "host/vexo_client/client.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "host/vexo_client/scene/scene_source.h"
+#include "host/vexo_client/test_support.h"
+#include "host/wifi/ranging_parameters.h"
+
+namespace vexo_host {
+namespace {
+
+using std::chrono::milliseconds;
+using wifi::ScanStatus;
+using zv_loc_fw::VEXODiscoveryScanRequest;
+using RequestPointer = std::unique_ptr<VEXODiscoveryScanRequest>;
+
+constexpr long kNoTimeout = 3'600'000;
+
+RequestPointer Fresh(uint32_t id, long timeoutMs = kNoTimeout) {
+  return RequestPointer(VEXODiscoveryScanRequest::createFreshScanRequest(
+      id, zv_loc_fw::BAND_2, zv_loc_fw::SCAN_TYPE_1, 0, timeoutMs, zv_loc_fw::REQUEST_MODE_0, true));
+}
+RequestPointer CacheOnly(uint32_t id, uint32_t ageFilterMs = 0) {
+  return RequestPointer(
+      VEXODiscoveryScanRequest::createCacheOnlyRequest(id, zv_loc_fw::BAND_2, ageFilterMs, kNoTimeout, true));
+}
+RequestPointer Fallback(uint32_t id, uint32_t ageFilterMs, uint32_t enough, zv_loc_fw::eBand band = zv_loc_fw::BAND_2) {
+  return RequestPointer(VEXODiscoveryScanRequest::createCacheFallbackRequest(
+      id, band, zv_loc_fw::SCAN_TYPE_1, ageFilterMs, enough, kNoTimeout, true, true));
+}
+
+class UnknownRequest final : public zv_loc_fw::VEXORequest {
+ public:
+  UnknownRequest() : VEXORequest(1) {}
+};
+
+class ClientTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    client = Client::Create(listener, [&](Scheduler&) {
+      auto made = std::make_unique<FakeSource>();
+      source = made.get();
+      return made;
+    });
+    ASSERT_NE(client, nullptr);
+  }
+
+  // Has the source report `found`, so that the cache holds it.
+  void FillCache(std::vector<Bss> found) {
+    ASSERT_EQ(client->Send(*Fresh(1)), 0);
+    source->Answer(0, ScanStatus::kOk, std::move(found));
+    ASSERT_EQ(listener.WaitFor(1).size(), 1u);
+  }
+
+  RecordingListener listener;
+  std::unique_ptr<Client> client;
+  FakeSource* source = nullptr;
+};
+
+TEST_F(ClientTest, ReportsWhatTheSourceFoundOnceFiltered) {
+  RequestPointer request = Fresh(42);
+  zv_loc_fw::VEXOMacAddress address;
+  for (const int low : {1, 3, 4}) {
+    address.setMac(0, low);
+    request->macAddresses.push_back(address);
+  }
+  ASSERT_EQ(client->Send(*request), 0);
+  request.reset();
+  Bss empty = MakeBss(4, "bare", 2412);
+  empty.elements.clear();
+  source->Answer(
+      0, ScanStatus::kOk,
+      {MakeBss(1, "one", 2412, milliseconds(5'000)), MakeBss(2, "two", 2437), MakeBss(3, nullptr, 0), empty});
+  const Report report = listener.WaitForOne();
+  EXPECT_EQ(report.id, 42u);
+  EXPECT_EQ(report.type, zv_loc_fw::RESPONSE_TYPE_DISCOVERY_SCAN);
+  EXPECT_EQ(report.status, ScanStatus::kOk);
+  EXPECT_EQ(report.considered, 4u);
+  EXPECT_NE(report.madeAtUs, 0u);
+  ASSERT_EQ(report.heard.size(), 3u);
+  EXPECT_EQ(report.heard[0].bssid, 1u);
+  EXPECT_EQ(report.heard[0].ssid, Ssid({'o', 'n', 'e'}));
+  EXPECT_EQ(report.heard[0].elements, MakeBss(1, "one", 2412).elements);
+  EXPECT_GE(report.heard[0].ageMs, 5'000u);
+  EXPECT_LT(report.heard[0].ageMs, 120'000u);
+  EXPECT_FALSE(report.heard[1].ssid.has_value());
+  EXPECT_TRUE(report.heard[2].elements.empty());
+}
+
+TEST_F(ClientTest, PassesOnWhyTheSourceFailed) {
+  for (const ScanStatus status : {ScanStatus::kFailed, ScanStatus::kUnavailable, ScanStatus::kUnsupported}) {
+    const size_t scan = source->ScanCount();
+    ASSERT_EQ(client->Send(*Fresh(static_cast<uint32_t>(scan))), 0);
+    source->Answer(scan, status, {MakeBss(1, "one", 2412)});
+    const std::vector<Report> reports = listener.WaitFor(scan + 1);
+    ASSERT_EQ(reports.size(), scan + 1);
+    EXPECT_EQ(reports[scan].status, status);
+    EXPECT_TRUE(reports[scan].heard.empty());
+  }
+  ASSERT_EQ(client->Send(*CacheOnly(9)), 0);
+  EXPECT_TRUE(listener.WaitFor(4).at(3).heard.empty());  // a failed scan fills no cache
+}
+
+TEST_F(ClientTest, ServesTheCacheWithoutScanning) {
+  FillCache({MakeBss(1, "one", 2412, milliseconds(10'000)), MakeBss(2, "two", 5180, milliseconds(100))});
+  const struct {
+    const char* name;
+    RequestPointer request;
+    std::vector<uint64_t> bssids;
+  } cases[] = {
+      {"every age", CacheOnly(2), {1, 2}},
+      {"young ones only", CacheOnly(3, 9'000), {2}},
+      {"none is young enough", CacheOnly(4, 50), {}},
+      {"the cache is enough", Fallback(5, 0, 2), {1, 2}},
+      {"one is enough when none is asked for", Fallback(6, 0, 0), {1, 2}},
+      {"enough that are young", Fallback(7, 9'000, 1), {2}},
+      {"enough on the band", Fallback(8, 0, 1, zv_loc_fw::BAND_0), {1}},
+  };
+  size_t count = 1;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    ASSERT_EQ(client->Send(*c.request), 0);
+    const std::vector<Report> reports = listener.WaitFor(++count);
+    ASSERT_EQ(reports.size(), count);
+    std::vector<uint64_t> bssids;
+    for (const Heard& heard : reports.back().heard) bssids.push_back(heard.bssid);
+    EXPECT_EQ(bssids, c.bssids);
+    EXPECT_EQ(reports.back().status, ScanStatus::kOk);
+  }
+  EXPECT_EQ(source->ScanCount(), 1u);
+}
+
+TEST_F(ClientTest, FallsBackToAScanWhenTheCacheHoldsTooLittle) {
+  FillCache({MakeBss(1, "one", 2412, milliseconds(10'000)), MakeBss(2, "two", 5180)});
+  size_t scan = 1;
+  for (RequestPointer (*make)() : {+[] { return Fallback(2, 0, 3); }, +[] { return Fallback(2, 5'000, 3); },
+                                   +[] { return Fallback(2, 0, 3, zv_loc_fw::BAND_0); }}) {
+    ASSERT_EQ(client->Send(*make()), 0);
+    source->Answer(scan, ScanStatus::kOk, {MakeBss(7, "new", 2412)});
+    const std::vector<Report> reports = listener.WaitFor(++scan);
+    ASSERT_EQ(reports.size(), scan);
+    ASSERT_EQ(reports.back().heard.size(), 1u);
+    EXPECT_EQ(reports.back().heard[0].bssid, 7u);
+  }
+  // When the scan fails, what the cache holds is better than nothing.
+  ASSERT_EQ(client->Send(*Fallback(3, 0, 100)), 0);
+  source->Answer(scan, ScanStatus::kUnavailable, {});
+  const Report report = listener.WaitFor(++scan).back();
+  EXPECT_EQ(report.status, ScanStatus::kUnavailable);
+  EXPECT_EQ(report.heard.size(), 3u);
+}
+
+TEST_F(ClientTest, AnswersWhenTheTimeoutHasPassedAndCachesTheLateResult) {
+  ASSERT_EQ(client->Send(*Fresh(1, 1)), 0);
+  const Report report = listener.WaitForOne();
+  EXPECT_EQ(report.status, ScanStatus::kTimedOut);
+  EXPECT_TRUE(report.heard.empty());
+
+  source->Answer(0, ScanStatus::kOk, {MakeBss(1, "late", 2412)});
+  ASSERT_EQ(client->Send(*CacheOnly(2)), 0);
+  const std::vector<Report> reports = listener.WaitFor(2);
+  ASSERT_EQ(reports.size(), 2u);
+  EXPECT_EQ(reports[1].id, 2u);  // and not request 1 once more
+  EXPECT_EQ(reports[1].heard.size(), 1u);
+}
+
+TEST_F(ClientTest, AnswersAnImpossibleChannelWithoutScanning) {
+  zv_loc_fw::vector<zv_loc_fw::VEXOChannelInfo> channels;
+  channels.push_back(zv_loc_fw::VEXOChannelInfo(15));
+  const RequestPointer request(VEXODiscoveryScanRequest::createFreshScanRequest(5, channels, zv_loc_fw::SCAN_TYPE_0, 0,
+                                                                                0, zv_loc_fw::REQUEST_MODE_1, false));
+  ASSERT_EQ(client->Send(*request), 0);
+  EXPECT_EQ(listener.WaitForOne().status, ScanStatus::kInvalidRequest);
+  EXPECT_EQ(source->ScanCount(), 0u);
+}
+
+TEST_F(ClientTest, RefusesRequestsOfUnknownKindAndTooManyAtOnce) {
+  EXPECT_NE(client->Send(UnknownRequest()), 0);
+  const RequestPointer request = Fresh(1);
+  for (uint32_t i = 0; i < Client::kMaxRequestsInFlight; ++i) ASSERT_EQ(client->Send(*request), 0) << i;
+  EXPECT_NE(client->Send(*request), 0);
+  EXPECT_EQ(source->ScanCount(), Client::kMaxRequestsInFlight);
+}
+
+TEST_F(ClientTest, AStalledListenerHoldsUpNobodyElse) {
+  constexpr uint32_t kStalled = 20;
+  for (uint32_t id = 0; id < kStalled; ++id) {
+    listener.Hold(id);
+    ASSERT_EQ(client->Send(*CacheOnly(id)), 0);
+  }
+  ASSERT_TRUE(listener.WaitUntilHeld(kStalled));
+  ASSERT_EQ(client->Send(*CacheOnly(100)), 0);
+  EXPECT_EQ(listener.WaitForOne().id, 100u);
+  for (uint32_t id = 0; id < kStalled; ++id) listener.Release(id);
+  EXPECT_EQ(listener.WaitFor(kStalled + 1).size(), kStalled + 1);
+}
+
+TEST_F(ClientTest, HoldsManyRequestsWithFewThreads) {
+  constexpr uint32_t kCount = 10'000;
+  for (uint32_t id = 0; id < kCount; ++id) ASSERT_EQ(client->Send(*Fresh(id)), 0);
+  for (uint32_t id = kCount; id-- > 0;) source->Answer(id, ScanStatus::kOk, {MakeBss(id, "x", 2412)});
+  const std::vector<Report> reports = listener.WaitFor(kCount);
+  ASSERT_EQ(reports.size(), kCount);
+  std::set<uint32_t> ids;
+  for (const Report& report : reports) {
+    ids.insert(report.id);
+    ASSERT_EQ(report.heard.size(), 1u);
+    EXPECT_EQ(report.heard[0].bssid, report.id);  // each got its own
+  }
+  EXPECT_EQ(ids.size(), kCount);
+}
+
+TEST_F(ClientTest, ReportsNothingAfterItsEnd) {
+  for (uint32_t id = 2; id < 100; ++id) ASSERT_EQ(client->Send(*Fresh(id)), 0);
+  listener.Hold(1);
+  ASSERT_EQ(client->Send(*CacheOnly(1)), 0);
+  ASSERT_TRUE(listener.WaitUntilHeld(1));
+  std::thread end([&] { client.reset(); });  // waits for the report in progress
+  listener.Release(1);
+  end.join();
+  EXPECT_EQ(listener.WaitFor(1).size(), 1u);
+}
+
+TEST_F(ClientTest, ReportsEveryRoundOfAPeriodicRanging) {
+  const auto send = [&](uint32_t id, std::initializer_list<std::pair<int, int>> intervalsAndRounds) {
+    zv_loc_fw::vector<zv_loc_fw::VEXOPeriodicNodeInfo> nodes;
+    for (const auto& [interval, rounds] : intervalsAndRounds) {
+      zv_loc_fw::VEXOPeriodicNodeInfo node;
+      node.value5 = interval;
+      node.value6 = rounds;
+      nodes.push_back(node);
+    }
+    return client->Send(zv_loc_fw::VEXOPeriodicRangingScanRequest(id, nodes, 0));
+  };
+  const auto begun = std::chrono::steady_clock::now();
+  ASSERT_EQ(send(1, {{1, 2}, {5'000, 3}}), 0);  // the shortest interval, the most rounds
+  const std::vector<Report> reports = listener.WaitFor(3);
+  ASSERT_EQ(reports.size(), 3u);
+  EXPECT_GE(std::chrono::steady_clock::now() - begun, 2 * milliseconds(wifi::kMinRangingIntervalMs));
+  for (const Report& report : reports) {
+    EXPECT_EQ(report.type, zv_loc_fw::RESPONSE_TYPE_RANGING_SCAN);
+    EXPECT_EQ(report.id, 1u);
+    EXPECT_EQ(report.status, ScanStatus::kOk);
+  }
+  ASSERT_EQ(send(2, {{200, -4}}), 0);  // at least one round
+  EXPECT_EQ(listener.WaitFor(4).back().id, 2u);
+  ASSERT_EQ(send(3, {}), 0);
+  EXPECT_EQ(listener.WaitFor(5).back().status, ScanStatus::kInvalidRequest);
+}
+
+TEST_F(ClientTest, AnswersAOneShotRanging) {
+  zv_loc_fw::vector<zv_loc_fw::VEXONodeInfo> nodes;
+  nodes.push_back(zv_loc_fw::VEXONodeInfo());
+  ASSERT_EQ(client->Send(zv_loc_fw::VEXORangingScanRequest(8, nodes, 100)), 0);
+  const Report report = listener.WaitForOne();
+  EXPECT_EQ(report.id, 8u);
+  EXPECT_EQ(report.status, ScanStatus::kOk);
+}
+
+TEST(Client, TakesListsOfAnyLength) {
+  RecordingListener listener;
+  const auto client = Client::Create(listener, [](Scheduler& scheduler) {
+    return std::make_unique<SceneSource>(SceneOptions{.accessPoints = 500, .delay = milliseconds(0)}, scheduler);
+  });
+  ASSERT_NE(client, nullptr);
+  zv_loc_fw::vector<zv_loc_fw::VEXOChannelInfo> channels;
+  for (uint32_t i = 0; i < 200'000; ++i) channels.push_back(zv_loc_fw::VEXOChannelInfo(1 + i % 14));
+  const RequestPointer request(VEXODiscoveryScanRequest::createFreshScanRequest(
+      1, channels, zv_loc_fw::SCAN_TYPE_0, 0, 60'000, zv_loc_fw::REQUEST_MODE_0, false));
+  for (int i = 0; i < 200'000; ++i) {
+    zv_loc_fw::VEXOSsid ssid;
+    ssid.setSSID(reinterpret_cast<const unsigned char*>(&i), sizeof i);
+    request->ssids.push_back(ssid);
+    zv_loc_fw::VEXOMacAddress address;
+    address.setMac(0x021A00, i);
+    request->macAddresses.push_back(address);
+  }
+  ASSERT_EQ(client->Send(*request), 0);
+  const Report report = listener.WaitForOne();
+  EXPECT_EQ(report.status, ScanStatus::kOk);
+  EXPECT_GT(report.considered, 0u);
+  EXPECT_TRUE(report.heard.empty());
+}
+
+TEST(Client, IsNotMadeWithoutASource) {
+  RecordingListener listener;
+  EXPECT_EQ(Client::Create(listener, [](Scheduler&) { return nullptr; }), nullptr);
+  EXPECT_EQ(Client::Create(listener, [](Scheduler&) -> std::unique_ptr<MeasurementSource> { throw std::bad_alloc(); }),
+            nullptr);
+}
+
+}  // namespace
+}  // namespace vexo_host

@@ -1,0 +1,36 @@
+// The source whose air is made up: a neighbourhood of access points.
+#ifndef KESD_HOST_VEXO_CLIENT_SCENE_SCENE_SOURCE_H_
+#define KESD_HOST_VEXO_CLIENT_SCENE_SCENE_SOURCE_H_
+
+#include <chrono>
+#include <vector>
+
+#include "host/vexo_client/scene/scene_options.h"
+#include "host/vexo_client/scheduler.h"
+#include "host/vexo_client/source.h"
+
+namespace vexo_host {
+
+// Hears every access point on the channels asked for. The same options give the same measurements, but for the
+// timestamps, which run on.
+class SceneSource final : public MeasurementSource {
+ public:
+  // Throws std::bad_alloc.
+  SceneSource(const SceneOptions& someOptions, Scheduler& someScheduler);
+
+  void StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override;
+  void StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept override;
+
+ private:
+  void Scan(const DiscoveryQuery& query, const ScanDone& done) const noexcept;
+  Bss Hear(const AccessPoint& ap, const DiscoveryQuery& query, std::chrono::steady_clock::time_point now) const;
+
+  const SceneOptions options;
+  Scheduler& scheduler;
+  const std::chrono::steady_clock::time_point begun;
+  const std::vector<AccessPoint> accessPoints;
+};
+
+}  // namespace vexo_host
+
+#endif  // KESD_HOST_VEXO_CLIENT_SCENE_SCENE_SOURCE_H_

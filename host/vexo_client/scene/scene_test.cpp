@@ -1,0 +1,227 @@
+#include <gtest/gtest.h>
+
+#include <future>
+#include <map>
+#include <set>
+#include <string>
+
+#include "host/vexo_client/scene/beacon.h"
+#include "host/vexo_client/scene/neighbourhood.h"
+#include "host/vexo_client/scene/scene_source.h"
+#include "host/vexo_client/test_support.h"
+#include "host/wifi/channels.h"
+#include "host/wifi/information_elements.h"
+
+namespace vexo_host {
+namespace {
+
+using std::chrono::milliseconds;
+using wifi::ScanType;
+
+std::vector<Bss> Scan(const SceneOptions& options, ScanType scanType = ScanType::kPassive,
+                      std::initializer_list<const char*> ssids = {}, wifi::Band band = wifi::Band::kAll) {
+  zv_loc_fw::vector<zv_loc_fw::VEXOSsid> list;
+  for (const std::string ssid : ssids) {
+    list.push_back({});
+    list[list.count - 1].setSSID(reinterpret_cast<const unsigned char*>(ssid.data()), static_cast<int>(ssid.size()));
+  }
+  const auto query = std::make_shared<DiscoveryQuery>();
+  query->scanType = scanType;
+  query->filters = DiscoveryFilters(band);
+  query->filters.SetSsids(list);
+
+  Scheduler scheduler;
+  EXPECT_TRUE(scheduler.Start());
+  SceneSource source(options, scheduler);
+  std::promise<std::vector<Bss>> answer;
+  source.StartScan(query, [&](wifi::ScanStatus status, std::vector<Bss> found) {
+    EXPECT_EQ(status, wifi::ScanStatus::kOk);
+    answer.set_value(std::move(found));
+  });
+  std::future<std::vector<Bss>> future = answer.get_future();
+  EXPECT_EQ(future.wait_for(kPatienceOfTests), std::future_status::ready);
+  std::vector<Bss> found = future.get();
+  scheduler.Stop();
+  return found;
+}
+
+SceneOptions Options(uint32_t accessPoints, uint64_t seed = 1) { return {accessPoints, seed, milliseconds(0)}; }
+
+const Bss* Find(const std::vector<Bss>& all, uint64_t bssid) {
+  for (const Bss& bss : all) {
+    if (bss.bssid == bssid) return &bss;
+  }
+  return nullptr;
+}
+
+constexpr uint64_t kEmptySsidNetwork = 0x0A1B2C3D4E11, kZeroedSsidNetwork = 0x02E0FC5510B7;
+
+TEST(Scene, GivesTheSameMeasurementsForTheSameSeed) {
+  const std::vector<Bss> first = Scan(Options(300, 7)), second = Scan(Options(300, 7)), other = Scan(Options(300, 8));
+  ASSERT_EQ(first.size(), 300u);
+  ASSERT_EQ(second.size(), 300u);
+  int differences = 0;
+  for (size_t i = 0; i < first.size(); ++i) {
+    EXPECT_EQ(first[i].bssid, second[i].bssid);
+    EXPECT_EQ(first[i].ssid, second[i].ssid);
+    EXPECT_EQ(first[i].signalMbm, second[i].signalMbm);
+    EXPECT_EQ(first[i].capability, second[i].capability);
+    EXPECT_EQ(first[i].elements, second[i].elements);
+    if (first[i].elements != other[i].elements || first[i].signalMbm != other[i].signalMbm) ++differences;
+  }
+  EXPECT_GT(differences, 200);
+}
+
+TEST(Scene, HearsWellFormedAccessPoints) {
+  const std::vector<Bss> all = Scan(Options(2'000));
+  std::set<uint64_t> bssids;
+  for (const Bss& bss : all) {
+    SCOPED_TRACE(bss.bssid);
+    bssids.insert(bss.bssid);
+    EXPECT_NE(wifi::ChannelOfFrequency(bss.frequencyMhz), 0u);
+    EXPECT_GE(bss.signalMbm, -9'500);
+    EXPECT_LT(bss.signalMbm, 0);
+    EXPECT_TRUE(bss.bssid >> 40 & 2) << "an invented address is locally administered";
+
+    wifi::ElementReader reader(bss.elements);
+    std::map<uint8_t, int> count;
+    int elements = 0;
+    for (; const auto element = reader.Next(); ++elements) ++count[element->id];
+    EXPECT_TRUE(reader.Rest().empty());
+    EXPECT_LE(elements, 23);
+    const auto ssid = wifi::FindElement(bss.elements, wifi::kElementSsid);
+    ASSERT_TRUE(ssid && bss.ssid);
+    EXPECT_EQ(Ssid(ssid->payload.begin(), ssid->payload.end()), *bss.ssid);
+    for (const auto& [id, times] : count) {
+      if (id == wifi::kElementVendorSpecific || id == wifi::kElementExtension) continue;
+      EXPECT_EQ(times, 1) << int{id};
+    }
+    if (count.contains(wifi::kElementVhtCapabilities) || wifi::Is6GHz(bss.frequencyMhz)) {
+      EXPECT_GE(bss.elements.size(), 150u);
+      EXPECT_LE(bss.elements.size(), 420u);
+      EXPECT_GE(elements, 8);
+    }
+    EXPECT_TRUE(bss.capability & 0x10 || !count.contains(wifi::kElementRsn)) << "RSN means privacy";
+  }
+  EXPECT_EQ(bssids.size(), all.size());
+}
+
+// Lengths that the standard fixes, whoever sends the element.
+TEST(Scene, SendsElementsOfTheStandardsLength) {
+  const std::map<uint8_t, size_t> fixed = {
+      {wifi::kElementDsParameterSet, 1},  {wifi::kElementTim, 4},          {wifi::kElementBssLoad, 5},
+      {wifi::kElementHtCapabilities, 26}, {wifi::kElementHtOperation, 22}, {wifi::kElementVhtCapabilities, 12},
+      {wifi::kElementVhtOperation, 5},    {wifi::kElementErp, 1},          {wifi::kElementRmEnabledCapabilities, 5},
+      {wifi::kElementPowerConstraint, 1}, {wifi::kElementTpcReport, 2},
+  };
+  for (const Bss& bss : Scan(Options(500))) {
+    SCOPED_TRACE(bss.bssid);
+    wifi::ElementReader reader(bss.elements);
+    while (const auto element = reader.Next()) {
+      const auto length = fixed.find(element->id);
+      if (length != fixed.end()) {
+        EXPECT_EQ(element->payload.size(), length->second) << int{element->id};
+      }
+      if (element->id == wifi::kElementCountry) {
+        EXPECT_EQ(element->payload.size() % 2, 0u);
+      }
+      if (element->id != wifi::kElementRsn) continue;
+      // Version and group cipher, pairwise and key management suites, capabilities; perhaps PMKIDs and management
+      // cipher: the counts must lead exactly to the end.
+      const auto& rsn = element->payload;
+      size_t at = 6;
+      for (int list = 0; list < 2 && at + 2 <= rsn.size(); ++list) at += 2 + 4u * rsn[at];
+      at += 2;
+      if (at != rsn.size()) at += 2 + 4;
+      EXPECT_EQ(at, rsn.size());
+    }
+  }
+}
+
+TEST(Scene, HasTheKindsOfNetworkThatPeopleMeet) {
+  const std::vector<Bss> all = Scan(SceneOptions{.delay = milliseconds(0)});
+  EXPECT_EQ(all.size(), kBuiltInAccessPoints);
+  int open = 0, wep = 0, wpa = 0, rsn = 0, bands[3] = {}, sitePlans = 0, unprintable = 0;
+  for (const Bss& bss : all) {
+    bool hasRsn = false, hasWpa = false;
+    wifi::ElementReader reader(bss.elements);
+    while (const auto element = reader.Next()) {
+      const auto startsWith = [&](std::initializer_list<uint8_t> octets) {
+        return element->payload.size() >= octets.size() &&
+               std::equal(octets.begin(), octets.end(), element->payload.begin());
+      };
+      hasRsn |= element->id == wifi::kElementRsn;
+      if (element->id != wifi::kElementVendorSpecific) continue;
+      hasWpa |= startsWith({0x00, 0x50, 0xF2, 1});
+      if (startsWith({0x02, 0x4B, 0x9E})) {
+        ++sitePlans;
+        EXPECT_GE(element->payload.size(), 25u);
+        EXPECT_LE(element->payload.size(), 254u);
+      }
+    }
+    const bool privacy = bss.capability & 0x10;
+    ++(hasRsn ? rsn : hasWpa ? wpa : privacy ? wep : open);
+    bands[0] += wifi::Is2GHz(bss.frequencyMhz);
+    bands[1] += wifi::Is5GHz(bss.frequencyMhz);
+    bands[2] += wifi::Is6GHz(bss.frequencyMhz);
+    unprintable += bss.ssid && std::count(bss.ssid->begin(), bss.ssid->end(), 0x1B) > 0;
+  }
+  for (const int count : {open, wep, wpa, rsn, bands[0], bands[1], bands[2], sitePlans, unprintable}) {
+    EXPECT_GE(count, 1);
+  }
+}
+
+TEST(Scene, RevealsHiddenNetworksOnlyToADirectedProbe) {
+  const Ssid empty, zeroed(10, 0);
+  const std::string name = "backoffice", other = "_owetm_Stadtbibliothek";
+  const struct {
+    const char* label;
+    ScanType scanType;
+    std::initializer_list<const char*> ssids;
+    Ssid ofEmpty, ofZeroed;
+  } cases[] = {
+      {"passive", ScanType::kPassive, {"backoffice", other.c_str()}, empty, zeroed},
+      {"active, undirected", ScanType::kActive, {}, empty, zeroed},
+      {"active, for another", ScanType::kActive, {"Linden 12"}, empty, zeroed},
+      {"active, for one", ScanType::kActive, {"backoffice"}, empty, Ssid(name.begin(), name.end())},
+      {"active, for both",
+       ScanType::kActive,
+       {other.c_str(), "backoffice"},
+       Ssid(other.begin(), other.end()),
+       Ssid(name.begin(), name.end())},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.label);
+    const std::vector<Bss> all = Scan(Options(kBuiltInAccessPoints), c.scanType, c.ssids);
+    for (const auto& [bssid, expected, hidden] :
+         {std::tuple{kEmptySsidNetwork, c.ofEmpty, empty}, {kZeroedSsidNetwork, c.ofZeroed, zeroed}}) {
+      const Bss* const bss = Find(all, bssid);
+      ASSERT_NE(bss, nullptr);
+      EXPECT_EQ(*bss->ssid, expected);
+      EXPECT_EQ(wifi::FindElement(bss->elements, wifi::kElementSsid)->payload.size(), expected.size());
+      const bool isBeacon = wifi::FindElement(bss->elements, wifi::kElementTim).has_value();
+      EXPECT_EQ(isBeacon, expected == hidden);
+    }
+  }
+}
+
+TEST(Scene, HearsOnlyTheChannelsAskedFor) {
+  for (const Bss& bss : Scan(Options(200), ScanType::kPassive, {}, wifi::Band::k5GHz)) {
+    EXPECT_TRUE(wifi::Is5GHz(bss.frequencyMhz));
+  }
+  EXPECT_TRUE(Scan(Options(0)).empty());
+}
+
+TEST(Scene, IsHeardWeakerFromFurtherAway) {
+  AccessPoint ap = MakeNeighbourhood(1, 1)[0];
+  int32_t before = 0;
+  for (const double metres : {1.0, 10.0, 60.0}) {
+    ap.position = {metres, 0, kListener.z};
+    const int32_t signal = SignalMbm(ap, 1);
+    EXPECT_LT(signal, before - 1'500);
+    before = signal;
+  }
+}
+
+}  // namespace
+}  // namespace vexo_host

@@ -1,0 +1,39 @@
+// Where measurements come from.
+#ifndef KESD_HOST_VEXO_CLIENT_SOURCE_H_
+#define KESD_HOST_VEXO_CLIENT_SOURCE_H_
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "host/vexo_client/bss.h"
+#include "host/vexo_client/discovery_query.h"
+#include "host/wifi/measurement_values.h"
+#include "platform/vexo_types.h"
+
+namespace vexo_host {
+
+// Called exactly once for each scan that was started, on any thread, also from inside the call that started it; never
+// after the source's destructor has returned, which drops those still to come. It returns quickly and throws nothing.
+using ScanDone = std::function<void(wifi::ScanStatus status, std::vector<Bss> found)>;
+using RangingDone = std::function<void(wifi::ScanStatus status)>;
+
+struct RangingQuery {
+  std::vector<zv_loc_fw::VEXONodeInfo> nodes;
+};
+
+// Any thread may call any method. None waits for a measurement: a request must never hold up another.
+class MeasurementSource {
+ public:
+  virtual ~MeasurementSource() = default;
+
+  // Listens on the channels that `query` admits at least. What else it hears it may report: the caller filters.
+  virtual void StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept = 0;
+
+  // Measures the distance to each node once.
+  virtual void StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept = 0;
+};
+
+}  // namespace vexo_host
+
+#endif  // KESD_HOST_VEXO_CLIENT_SOURCE_H_

@@ -1,0 +1,56 @@
+#include "host/vexo_client/source_choice.h"
+
+#include <string>
+
+#include "host/vexo_client/capture_source.h"
+#include "host/vexo_client/scene/scene_options.h"
+#include "host/vexo_client/scene/scene_source.h"
+#include "platform/log.h"
+
+namespace vexo_host {
+namespace {
+
+constexpr char kTag[] = "vexo_client";
+
+class UnavailableSource final : public MeasurementSource {
+ public:
+  void StartScan(std::shared_ptr<const DiscoveryQuery>, ScanDone done) noexcept override {
+    done(wifi::ScanStatus::kUnavailable, {});
+  }
+  void StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept override {
+    done(wifi::ScanStatus::kUnavailable);
+  }
+};
+
+std::unique_ptr<MeasurementSource> Refuse(std::string_view choice, const std::string& reason) {
+  zv_loc_fw::log_error(kTag,
+                       "VEXO_SOURCE=\"%.*s\": %s; admitted are scene, scene:KEY=VALUE,... (keys %s) and capture:FILE; "
+                       "every request will be answered as unavailable\n",
+                       static_cast<int>(choice.size()), choice.data(), reason.c_str(), kSceneOptionKeys);
+  return std::make_unique<UnavailableSource>();
+}
+
+}  // namespace
+
+std::unique_ptr<MeasurementSource> MakeSource(std::string_view choice, Scheduler& scheduler) {
+  const size_t colon = choice.find(':');
+  const std::string_view kind = choice.substr(0, colon);
+  const std::string_view rest = colon == std::string_view::npos ? std::string_view() : choice.substr(colon + 1);
+
+  if (choice.empty() || kind == "scene") {
+    SceneOptions options;
+    std::string error;
+    if (colon != std::string_view::npos && !ParseSceneOptions(rest, options, error)) return Refuse(choice, error);
+    zv_loc_fw::log_info(kTag, "measuring a scene of %u access points, seed %llu\n", options.accessPoints,
+                        static_cast<unsigned long long>(options.seed));
+    return std::make_unique<SceneSource>(options, scheduler);
+  }
+  if (kind == "capture") {
+    if (rest.empty()) return Refuse(choice, "no file is named");
+    zv_loc_fw::log_info(kTag, "measuring the capture %.*s\n", static_cast<int>(rest.size()), rest.data());
+    return std::make_unique<CaptureSource>(std::string(rest), scheduler);
+  }
+  return Refuse(choice, "there is no such source");
+}
+
+}  // namespace vexo_host

@@ -1,0 +1,155 @@
+#include "host/vexo_client/test_support.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "platform/log.h"
+
+namespace vexo_host {
+namespace {
+
+Heard Copy(const zv_loc_fw::VEXOScanMeasurement& measurement) {
+  Heard heard;
+  heard.bssid = AddressBits(measurement.bssid);
+  uint8_t octets[32];
+  int length = 0;
+  if (measurement.ssid.isSSIDValid() && measurement.ssid.getSSID(octets, &length) == 0) {
+    heard.ssid.emplace(octets, octets + length);
+  }
+  heard.frequencyMhz = measurement.value10;
+  heard.ageMs = measurement.valueF0;
+  if (measurement.getMeasurementType() == zv_loc_fw::MEASUREMENT_TYPE_FULL_BEACON) {
+    const auto& beacon = static_cast<const zv_loc_fw::VEXOFullBeaconScanMeasurement&>(measurement);
+    for (uint32_t i = 0; i < beacon.beaconElements.count; ++i) {
+      const zv_loc_fw::ElementObject& element = *beacon.beaconElements[i];
+      heard.elements.push_back(element.id);
+      heard.elements.push_back(element.length);
+      heard.elements.insert(heard.elements.end(), element.payload, element.payload + element.length);
+    }
+  }
+  return heard;
+}
+
+std::mutex logMutex;
+std::vector<std::string> logLines;
+
+void Log(const char* level, const char* tag, const char* format, va_list arguments) {
+  char text[1024];
+  std::vsnprintf(text, sizeof text, format, arguments);
+  if (std::strcmp(tag, "vexo_client") != 0) return;
+  const std::lock_guard lock(logMutex);
+  logLines.push_back(std::string(level) + ": " + text);
+}
+
+}  // namespace
+
+Report Copy(zv_loc_fw::VEXOResponse& response) {
+  Report report;
+  report.id = response.getRequestId();
+  report.type = response.getResponseType();
+  if (report.type == zv_loc_fw::RESPONSE_TYPE_DISCOVERY_SCAN) {
+    const auto& discovery = static_cast<zv_loc_fw::VEXODiscoveryScanResponse&>(response);
+    report.status = static_cast<wifi::ScanStatus>(discovery.scanStatus);
+    report.considered = discovery.opaque32;
+    report.madeAtUs = discovery.opaque64;
+    for (uint32_t i = 0; i < discovery.measurements.count; ++i) {
+      report.heard.push_back(Copy(*discovery.measurements[i]));
+    }
+  } else {
+    report.status =
+        static_cast<wifi::ScanStatus>(static_cast<zv_loc_fw::VEXORangingScanResponse&>(response).scanStatus);
+  }
+  return report;
+}
+
+void RecordingListener::responseReceived(zv_loc_fw::VEXOResponse* response) {
+  Report report = Copy(*response);
+  std::unique_lock lock(mutex);
+  ++inProgress;
+  changed.notify_all();
+  changed.wait(lock, [&] { return !held.contains(report.id); });
+  --inProgress;
+  reports.push_back(std::move(report));
+  changed.notify_all();
+}
+
+std::vector<Report> RecordingListener::WaitFor(size_t count) {
+  std::unique_lock lock(mutex);
+  changed.wait_for(lock, kPatienceOfTests, [&] { return reports.size() >= count; });
+  return reports;
+}
+
+void RecordingListener::Hold(uint32_t id) {
+  const std::lock_guard lock(mutex);
+  held.insert(id);
+}
+
+void RecordingListener::Release(uint32_t id) {
+  const std::lock_guard lock(mutex);
+  held.erase(id);
+  changed.notify_all();
+}
+
+bool RecordingListener::WaitUntilHeld(size_t count) {
+  std::unique_lock lock(mutex);
+  return changed.wait_for(lock, kPatienceOfTests, [&] { return inProgress >= count; });
+}
+
+void FakeSource::StartScan(std::shared_ptr<const DiscoveryQuery>, ScanDone done) noexcept {
+  const std::lock_guard lock(mutex);
+  scans.push_back(std::move(done));
+  changed.notify_all();
+}
+
+void FakeSource::StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept {
+  done(wifi::ScanStatus::kOk);
+}
+
+void FakeSource::Answer(size_t scan, wifi::ScanStatus status, std::vector<Bss> found) {
+  std::unique_lock lock(mutex);
+  if (!changed.wait_for(lock, kPatienceOfTests, [&] { return scans.size() > scan; })) return;
+  const ScanDone done = scans[scan];
+  lock.unlock();
+  done(status, std::move(found));
+}
+
+size_t FakeSource::ScanCount() {
+  const std::lock_guard lock(mutex);
+  return scans.size();
+}
+
+Bss MakeBss(uint64_t bssid, const char* ssid, uint32_t frequencyMhz, std::chrono::milliseconds age) {
+  Bss bss;
+  bss.bssid = bssid;
+  if (ssid != nullptr) bss.ssid.emplace(ssid, ssid + std::strlen(ssid));
+  bss.frequencyMhz = frequencyMhz;
+  bss.takenAt = std::chrono::steady_clock::now() - age;
+  bss.elements = {3, 1, 6, 221, 0, 5, 2, 0, 1};
+  return bss;
+}
+
+std::vector<std::string> TakeLog() {
+  const std::lock_guard lock(logMutex);
+  return std::exchange(logLines, {});
+}
+
+}  // namespace vexo_host
+
+namespace zv_loc_fw {
+
+#define VEXO_TEST_LOG(function, level)                      \
+  void function(const char* tag, const char* format, ...) { \
+    va_list arguments;                                      \
+    va_start(arguments, format);                            \
+    vexo_host::Log(level, tag, format, arguments);          \
+    va_end(arguments);                                      \
+  }
+VEXO_TEST_LOG(log_debug, "debug")
+VEXO_TEST_LOG(log_info, "info")
+VEXO_TEST_LOG(log_warning, "warning")
+VEXO_TEST_LOG(log_error, "error")
+#undef VEXO_TEST_LOG
+
+}  // namespace zv_loc_fw
