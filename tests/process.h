@@ -1,0 +1,63 @@
+// A process under test: what it writes, and how it ends.
+#ifndef KESD_TESTS_PROCESS_H_
+#define KESD_TESTS_PROCESS_H_
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "host/fenksocket/unique_fd.h"
+
+namespace testing_process {
+
+enum class Output {
+  kSeparate,    // standard output and standard error, a pipe each
+  kMerged,      // one pipe for both, read as `out`
+  kTerminal,    // one terminal for both, read as `out`
+  kFull,        // standard output takes nothing, as on a full disk
+  kClosedPipe,  // nobody reads standard output
+};
+
+struct Outcome {
+  int exitCode = -1;  // 1000 and the signal when a signal ended it; -1 when it did not end in time and was killed
+  std::string out;    // what was not read before
+  std::string err;
+};
+
+// Its standard input is a pipe that this object holds. The destructor kills what still runs.
+class Process {
+ public:
+  // `environment`: "NAME=value" settings on top of this process's own. A name without "=" is taken out of it.
+  Process(const std::vector<std::string>& arguments, Output output = Output::kSeparate,
+          const std::vector<std::string>& environment = {});
+  Process(Process&& other) noexcept;
+  ~Process();
+
+  void EndInput() { input.Reset(-1); }
+  void Signal(int signal) const;
+  bool IsRunning() const;
+  pid_t Pid() const { return pid; }
+
+  // The next line of `out`, without its end; empty when it ends before, or nothing comes for a minute.
+  std::string ReadLine();
+  // The next lines of `out`, up to and including the first that contains `part`; all that come when none does.
+  std::vector<std::string> ReadLinesUntil(const std::string& part);
+
+  // Ends its input and reads its output until it ends.
+  Outcome Finish();
+
+ private:
+  pid_t pid = -1;  // until it was waited for
+  fenk::UniqueFd input;
+  fenk::UniqueFd out;
+  fenk::UniqueFd err;
+  std::string unread;  // of `out`
+};
+
+// Runs a program to its end.
+Outcome Run(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {});
+
+}  // namespace testing_process
+
+#endif  // KESD_TESTS_PROCESS_H_

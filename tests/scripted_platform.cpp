@@ -1,0 +1,187 @@
+#include "tests/scripted_platform.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
+
+namespace {
+
+using scripted::FailingMemory;
+
+std::mutex logMutex;
+std::vector<std::string> logLines;
+
+void Log(char level, const char* tag, const char* format, va_list arguments) {
+  const FailingMemory::Exempt exempt;
+  char text[512];
+  std::vsnprintf(text, sizeof(text), format, arguments);
+  const std::lock_guard<std::mutex> lock(logMutex);
+  logLines.push_back(std::string(1, level) + " " + tag + " " + text);
+}
+
+struct Client : zv_loc_fw::VEXOClient {};
+
+}  // namespace
+
+namespace scripted {
+
+std::vector<std::string> TakeLog() {
+  const std::lock_guard<std::mutex> lock(logMutex);
+  return std::exchange(logLines, {});
+}
+
+Library& TheLibrary() {
+  static Library library;
+  return library;
+}
+
+void Library::Reset() {
+  createFails = factoryFails = throws = false;
+  sendResult = 0;
+  onSend = nullptr;
+  sendCalls = 0;
+  factoryCalls.clear();
+}
+
+DiscoveryRequest::~DiscoveryRequest() { --TheLibrary().liveRequests; }
+
+int32_t Callback::Invoke(void* context, uint32_t op, ObjectArg* args, uint32_t counts) {
+  auto& self = *static_cast<Callback*>(context);
+  if (op == OBJECT_OP_RETAIN || op == OBJECT_OP_RELEASE) {
+    if (args != nullptr || counts != 0) std::abort();  // never in the contract
+    ++(op == OBJECT_OP_RETAIN ? self.retains : self.releases);
+    return OBJECT_ERROR;
+  }
+  self.op = op;
+  self.counts = counts;
+  self.buffers.clear();
+  self.isNull.clear();
+  for (uint32_t i = 0; i < (counts & 0xF); ++i) {
+    const auto* bytes = static_cast<const uint8_t*>(args[i].buffer.ptr);
+    self.buffers.emplace_back(bytes, bytes + args[i].buffer.size);
+    self.isNull.push_back(bytes == nullptr);
+  }
+  ++self.deliveries;
+  if (self.onDelivery) self.onDelivery();
+  return OBJECT_ERROR;  // which the daemon has to ignore
+}
+
+ObjectArg InputBuffer(const void* data, uint64_t size) { return {.buffer = {const_cast<void*>(data), size}}; }
+
+int32_t Invocation::Invoke(Object service, uint32_t op, uint32_t counts, std::vector<std::vector<uint8_t>> buffers) {
+  std::vector<ObjectArg> args;
+  for (std::vector<uint8_t>& buffer : buffers) {
+    buffer.insert(buffer.begin(), 0);
+    buffer.shrink_to_fit();
+    args.push_back(InputBuffer(buffer.data() + 1, buffer.size() - 1));
+  }
+  args.push_back({.object = nullCallback ? Object{nullptr, nullptr} : callback.AsObject()});
+  args.push_back({.object = handle});
+  const int32_t result = service.invoke(service.context, op, args.data(), counts);
+  handle = args.back().object;
+  return result;
+}
+
+Invocation::~Invocation() {
+  if (HandleWritten()) ObjectRelease(handle);
+}
+
+void ExpectDelivery(const Callback& callback, uint32_t counts, const std::vector<size_t>& sizes) {
+  EXPECT_EQ(callback.deliveries, 1);
+  EXPECT_EQ(callback.retains + callback.releases, 0) << "the callback is only borrowed";
+  EXPECT_EQ(callback.op, 0u);
+  EXPECT_EQ(callback.counts, counts);
+  ASSERT_EQ(callback.buffers.size(), sizes.size());
+  for (size_t i = 0; i < sizes.size(); ++i) {
+    EXPECT_EQ(callback.buffers[i].size(), sizes[i]) << i;
+    EXPECT_EQ(callback.isNull[i], sizes[i] == 0) << i;
+  }
+}
+
+}  // namespace scripted
+
+namespace zv_loc_fw {
+
+#define KESD_SCRIPTED_LOG(function, level)                  \
+  void function(const char* tag, const char* format, ...) { \
+    va_list arguments;                                      \
+    va_start(arguments, format);                            \
+    Log(level, tag, format, arguments);                     \
+    va_end(arguments);                                      \
+  }
+KESD_SCRIPTED_LOG(log_debug, 'D')
+KESD_SCRIPTED_LOG(log_info, 'I')
+KESD_SCRIPTED_LOG(log_warning, 'W')
+KESD_SCRIPTED_LOG(log_error, 'E')
+#undef KESD_SCRIPTED_LOG
+
+VEXOClient* VEXOClient::createInstance(VEXOClientListener* listener, bool flag, eLogLevel logLevel) {
+  scripted::Library& library = scripted::TheLibrary();
+  if (library.createFails) return nullptr;
+  library.listener = listener;
+  library.createdWith = "flag=" + std::to_string(flag) + " level=" + std::to_string(logLevel);
+  return new Client;
+}
+
+int32_t VEXOClient::sendRequest(VEXORequest* request) {
+  scripted::Library& library = scripted::TheLibrary();
+  ++library.sendCalls;
+  if (library.throws) throw std::runtime_error("told to");
+  if (library.onSend) library.onSend(*request);
+  return library.sendResult;
+}
+
+namespace {
+
+std::string Where(eBand band) { return "band=" + std::to_string(band); }
+std::string Where(const vector<VEXOChannelInfo>& channels) {
+  std::string text = "channels=";
+  for (uint32_t i = 0; i < channels.count; ++i) text += (i == 0 ? "" : ",") + std::to_string(channels[i].channel);
+  return text;
+}
+
+template <typename... Values>
+VEXODiscoveryScanRequest* Make(unsigned int id, std::string call, Values... values) {
+  scripted::Library& library = scripted::TheLibrary();
+  ((call += " " + std::to_string(values)), ...);
+  library.factoryCalls.push_back(std::move(call));
+  if (library.factoryFails) return nullptr;
+  ++library.liveRequests;
+  return new scripted::DiscoveryRequest(id);
+}
+
+}  // namespace
+
+using Channels = vector<VEXOChannelInfo>;
+using Request = VEXODiscoveryScanRequest;
+
+// The calls are noted as "KIND WHERE" and the remaining arguments in their order.
+Request* Request::createFreshScanRequest(unsigned id, eBand band, eScanType type, unsigned age, long timeout,
+                                         eRequestMode mode, bool fresh) {
+  return Make(id, "fresh " + Where(band), type, age, timeout, mode, fresh);
+}
+Request* Request::createFreshScanRequest(unsigned id, Channels& channels, eScanType type, unsigned age, long timeout,
+                                         eRequestMode mode, bool fresh) {
+  return Make(id, "fresh " + Where(channels), type, age, timeout, mode, fresh);
+}
+Request* Request::createCacheOnlyRequest(unsigned id, eBand band, unsigned age, long timeout, bool cache) {
+  return Make(id, "cache " + Where(band), age, timeout, cache);
+}
+Request* Request::createCacheOnlyRequest(unsigned id, Channels& channels, unsigned age, long timeout, bool cache) {
+  return Make(id, "cache " + Where(channels), age, timeout, cache);
+}
+Request* Request::createCacheFallbackRequest(unsigned id, eBand band, eScanType type, unsigned age, unsigned fallback,
+                                             long timeout, bool cache, bool fresh) {
+  return Make(id, "fallback " + Where(band), type, age, fallback, timeout, cache, fresh);
+}
+Request* Request::createCacheFallbackRequest(unsigned id, Channels& channels, eScanType type, unsigned age,
+                                             unsigned fallback, long timeout, bool cache, bool fresh) {
+  return Make(id, "fallback " + Where(channels), type, age, fallback, timeout, cache, fresh);
+}
+
+}  // namespace zv_loc_fw
