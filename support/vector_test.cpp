@@ -1,0 +1,176 @@
+#include "support/vector.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/scripted_platform.h"
+
+namespace {
+
+using Log = std::vector<std::string>;
+using Ints = zv_loc_fw::vector<int>;
+
+void Fill(Ints& array, int count) {
+  for (int i = 0; i < count; ++i) ASSERT_EQ(array.push_back(i), 0);
+}
+
+void ExpectCounting(const Ints& array, uint32_t count) {
+  ASSERT_EQ(array.count, count);
+  for (uint32_t i = 0; i < count; ++i) EXPECT_EQ(array[i], static_cast<int>(i));
+}
+
+// A slot that tells how many of its kind are alive and how each was last given a value.
+struct Slot {
+  Slot() { ++alive; }
+  Slot(const Slot&) = delete;
+  Slot& operator=(const Slot& other) {
+    value = other.value;
+    ++assignments;
+    return *this;
+  }
+  ~Slot() {
+    --alive;
+    destroyed.push_back(value);
+  }
+  int value = -1;
+  static inline int alive = 0;
+  static inline int assignments = 0;
+  static inline std::vector<int> destroyed;
+};
+
+TEST(Vector, HoldsNothingUntilTheFirstAppendAndThenDoublesWhenFull) {
+  Ints array;
+  EXPECT_EQ(array.data, nullptr);
+  EXPECT_EQ(array.capacity, 0u);
+  const struct {
+    int count;
+    uint32_t capacity;
+  } kSteps[] = {{1, 64}, {64, 64}, {65, 128}, {128, 128}, {129, 256}, {257, 512}};
+  for (const auto& step : kSteps) {
+    while (array.count < static_cast<uint32_t>(step.count)) array.push_back(static_cast<int>(array.count));
+    EXPECT_EQ(array.capacity, step.capacity) << step.count;
+    ExpectCounting(array, static_cast<uint32_t>(step.count));
+  }
+}
+
+TEST(Vector, ConstructsAndDestroysEverySlotOfItsBlockUsedOrNot) {
+  Slot element;
+  {
+    zv_loc_fw::vector<Slot> array;
+    element.value = 7;
+    array.push_back(element);
+    EXPECT_EQ(Slot::alive, 65);
+    for (int i = 0; i < 64; ++i) array.push_back(element);
+    EXPECT_EQ(Slot::alive, 129) << "the old block's slots are gone";
+    EXPECT_EQ(Slot::assignments, 65 + 64) << "growing assigns each old element once";
+    Slot::destroyed.clear();
+  }
+  EXPECT_EQ(Slot::alive, 1);
+  ASSERT_EQ(Slot::destroyed.size(), 128u);
+  EXPECT_EQ(Slot::destroyed.front(), -1) << "last slot first";
+  EXPECT_EQ(Slot::destroyed.back(), 7);
+}
+
+TEST(Vector, AssignmentCopiesContentsAndCapacity) {
+  Ints from, to;
+  Fill(from, 70);
+  Fill(to, 3);
+  to = from;
+  ExpectCounting(to, 70);
+  EXPECT_EQ(to.capacity, 128u);
+  EXPECT_NE(to.data, from.data);
+
+  Ints& self = to;
+  to = self;
+  ExpectCounting(to, 70);
+
+  to = Ints();
+  EXPECT_EQ(to.data, nullptr);
+  EXPECT_EQ(to.capacity, 0u);
+  EXPECT_EQ(to.count, 0u);
+}
+
+TEST(Vector, AssignmentTakesACapacityThatNoAppendWouldMake) {
+  zv_loc_fw::vector<Slot> from;
+  from.data = new Slot[100];
+  from.capacity = 100;
+  from.count = 3;
+  from.data[2].value = 5;
+  zv_loc_fw::vector<Slot> to;
+  to = from;
+  EXPECT_EQ(to.capacity, 100u);
+  ASSERT_EQ(to.count, 3u);
+  EXPECT_EQ(to[2].value, 5);
+  EXPECT_EQ(to.data[99].value, -1);
+}
+
+TEST(Vector, AFailedFirstBlockIsLoggedAndTriedAgain) {
+  Ints array;
+  scripted::TakeLog();
+  {
+    const scripted::FailingMemory noMemory(0, 1);
+    EXPECT_EQ(array.push_back(1), -1);
+  }
+  EXPECT_EQ(scripted::TakeLog(), Log{"E vector insertion failed -1"});
+  EXPECT_EQ(array.capacity, 64u);
+  EXPECT_EQ(array.count, 0u);
+  EXPECT_EQ(array.push_back(0), 0);
+  ExpectCounting(array, 1);
+}
+
+TEST(Vector, AFailedLargerBlockIsLoggedAndChangesNothing) {
+  Ints array;
+  Fill(array, 64);
+  scripted::TakeLog();
+  {
+    const scripted::FailingMemory noMemory(0, 1);
+    EXPECT_EQ(array.push_back(64), -2);
+  }
+  EXPECT_EQ(scripted::TakeLog(), Log{"E vector insertion failed -2"});
+  ExpectCounting(array, 64);
+  EXPECT_EQ(array.push_back(64), 0);
+  ExpectCounting(array, 65);
+}
+
+TEST(Vector, ACapacityThatCannotBeDoubledIn32BitsIsAFailedLargerBlock) {
+  Ints array;
+  Fill(array, 1);
+  array.capacity = array.count = 0x80000000;
+  scripted::TakeLog();
+  EXPECT_EQ(array.push_back(1), -2);
+  EXPECT_EQ(scripted::TakeLog(), Log{"E vector insertion failed -2"});
+  EXPECT_EQ(array.capacity, 0x80000000);
+}
+
+TEST(Vector, AFailedAssignmentIsLoggedAndLeavesTheArrayEmpty) {
+  Ints from, to;
+  Fill(from, 2);
+  Fill(to, 1);
+  scripted::TakeLog();
+  {
+    const scripted::FailingMemory noMemory(0, 1);
+    to = from;
+  }
+  EXPECT_EQ(scripted::TakeLog(), Log{"E vector assignment failed 2"});
+  EXPECT_EQ(to.data, nullptr);
+  EXPECT_EQ(to.capacity, 0u);
+  EXPECT_EQ(to.count, 0u);
+}
+
+TEST(Vector, AnIndexOutOfRangeIsLoggedAndYieldsElementZeroOrADefaultOne) {
+  Ints array;
+  scripted::TakeLog();
+  array[0] = 9;
+  EXPECT_EQ(array[0], 0) << "the fallback is made anew each time";
+  array.push_back(5);
+  EXPECT_EQ(&array[1], &array[0]);
+  EXPECT_EQ(static_cast<const Ints&>(array)[0xFFFFFFFF], 5);
+  Ints damaged;
+  damaged.count = 3;
+  EXPECT_EQ(damaged[1], 0);
+  EXPECT_EQ(scripted::TakeLog(), Log(5, "E vector index out of range\n"));
+}
+
+}  // namespace
