@@ -1,0 +1,245 @@
+#include "dispatcher/vexo_dispatcher.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/vexo_response.h"
+#include "tests/scripted_platform.h"
+
+namespace {
+
+using scripted::Callback;
+using scripted::TakeLog;
+using scripted::TheLibrary;
+using zv_loc_fw::VEXODiscoveryScanResponse;
+using Log = std::vector<std::string>;
+
+const Object kUnwritten = {nullptr, &scripted::TheLibrary()};
+
+uint32_t NextId() { return ++VexoDispatcher::Get().requestIdCounter; }
+
+std::string Line(const char* level, const char* text, uint32_t id) {
+  return std::string(level) + " kesd Dispatcher: " + text + std::to_string(static_cast<int>(id)) + "\n";
+}
+
+void Ignore(zv_loc_fw::VEXOResponse*, Object) {}
+
+int32_t Send(uint32_t id, Callback& callback, Object* handle, ResponseHandler handler = Ignore) {
+  scripted::DiscoveryRequest request(id);
+  ++TheLibrary().liveRequests;
+  return VexoDispatcher::Get().SendRequest(&request, std::move(handler), callback.AsObject(), handle);
+}
+
+void Respond(uint32_t id) {
+  VEXODiscoveryScanResponse response(id);
+  TheLibrary().listener->responseReceived(&response);
+}
+
+class Dispatcher : public testing::Test {
+ protected:
+  void SetUp() override {
+    VexoDispatcher::Get();
+    TheLibrary().Reset();
+    TakeLog();
+  }
+  Callback callback;
+  Object handle = kUnwritten;
+};
+
+TEST(DispatcherStartDeathTest, EndsTheProcessWhenNoClientCanBeMade) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        TheLibrary().createFails = true;
+        std::atexit([] {
+          for (const std::string& line : TakeLog()) std::fputs(line.c_str(), stderr);
+        });
+        VexoDispatcher::Get();
+      },
+      testing::ExitedWithCode(255), "^E kesd Dispatcher: Could not create the VEXOClient\n$");
+}
+
+TEST(DispatcherStartDeathTest, MakesItsClientOnFirstUseAndTheFirstRequestIdIsOne) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        const bool early = TheLibrary().listener != nullptr;
+        const uint32_t id = NextId();
+        const bool right = !early && id == 1 && TheLibrary().listener == &VexoDispatcher::Get() &&
+                           TheLibrary().createdWith == "flag=1 level=2" &&
+                           TakeLog() == Log{"D kesd Dispatcher: initialized\n"};
+        std::exit(right ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+TEST_F(Dispatcher, RequestIdsWrapToZero) {
+  VexoDispatcher::Get().requestIdCounter = 0xFFFFFFFE;
+  EXPECT_EQ(NextId(), 0xFFFFFFFF);
+  EXPECT_EQ(NextId(), 0u);
+  EXPECT_EQ(NextId(), 1u);
+}
+
+TEST_F(Dispatcher, DeliversTheFirstResponseAndThenReleasesTheCallbackOnce) {
+  const uint32_t id = NextId();
+  int calls = 0;
+  ASSERT_EQ(Send(id, callback, &handle,
+                 [&](zv_loc_fw::VEXOResponse* response, Object object) {
+                   ++calls;
+                   EXPECT_EQ(response->getRequestId(), id);
+                   EXPECT_EQ(object.context, &callback);
+                   EXPECT_EQ(callback.releases, 0) << "released only after the handler returned";
+                 }),
+            0);
+  EXPECT_EQ(callback.retains, 1);
+  ASSERT_NE(handle.invoke, nullptr);
+  EXPECT_TRUE(TakeLog().empty());
+
+  Respond(id);
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(callback.releases, 1);
+  EXPECT_EQ(TakeLog(), Log{Line("D", "responseReceived for ID = ", id)});
+
+  Respond(id);
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(callback.releases, 1);
+  EXPECT_EQ(TakeLog(), (Log{Line("D", "responseReceived for ID = ", id), Line("W", "Unexpected request ID ", id)}));
+
+  ObjectRelease(handle);
+  EXPECT_EQ(callback.releases, 1);
+  EXPECT_EQ(TakeLog(), Log{Line("D", "Expected release for ID ", id)});
+}
+
+TEST_F(Dispatcher, TheLastReleaseOfAHandleAbortsItsRequest) {
+  const uint32_t id = NextId();
+  bool called = false;
+  ASSERT_EQ(Send(id, callback, &handle, [&](zv_loc_fw::VEXOResponse*, Object) { called = true; }), 0);
+  EXPECT_EQ(handle.invoke(handle.context, 0x50000 | OBJECT_OP_RETAIN, nullptr, 0), OBJECT_OK);
+  for (const uint32_t op : {0u, 1u, 0xFFFDu}) {
+    EXPECT_EQ(handle.invoke(handle.context, op, nullptr, 0), OBJECT_ERROR_INVALID);
+  }
+  EXPECT_EQ(handle.invoke(handle.context, OBJECT_OP_RELEASE, nullptr, 7), OBJECT_OK);
+  EXPECT_EQ(callback.releases, 0);
+  EXPECT_TRUE(TakeLog().empty());
+
+  EXPECT_EQ(handle.invoke(handle.context, OBJECT_OP_RELEASE, nullptr, 0), OBJECT_OK);
+  EXPECT_EQ(callback.releases, 1);
+  EXPECT_EQ(TakeLog(), Log{Line("D", "Aborted ID ", id)});
+
+  Respond(id);
+  EXPECT_FALSE(called);
+  EXPECT_EQ(callback.releases, 1);
+  EXPECT_EQ(TakeLog().back(), Line("W", "Unexpected request ID ", id));
+}
+
+TEST_F(Dispatcher, ARequestThatIsNotSentLeavesNoTrace) {
+  const uint32_t pending = NextId();
+  Object other = kUnwritten;
+  ASSERT_EQ(Send(pending, callback, &other), 0);
+  TheLibrary().sendCalls = 0;
+
+  EXPECT_EQ(Send(pending, callback, &handle), -1) << "an ID that is still pending";
+  EXPECT_EQ(TheLibrary().sendCalls, 0);
+  TheLibrary().sendResult = 3;
+  EXPECT_EQ(Send(NextId(), callback, &handle), -1) << "refused by the library";
+  TheLibrary().sendResult = 0;
+  TheLibrary().throws = true;
+  EXPECT_EQ(Send(NextId(), callback, &handle), -1) << "a library that throws";
+  TheLibrary().throws = false;
+  EXPECT_EQ(TheLibrary().sendCalls, 2);
+
+  EXPECT_EQ(callback.retains, 1);
+  EXPECT_EQ(handle.context, kUnwritten.context);
+  EXPECT_TRUE(TakeLog().empty());
+  Respond(pending + 1);
+  EXPECT_EQ(TakeLog().back(), Line("W", "Unexpected request ID ", pending + 1)) << "nothing was recorded";
+
+  Respond(pending);
+  ObjectRelease(other);
+  EXPECT_EQ(callback.releases, 1);
+}
+
+TEST_F(Dispatcher, OutOfMemoryIsFoundBeforeTheLibraryHearsOfTheRequest) {
+  int failed = 0;
+  for (int skip = 0;; ++skip) {
+    const uint32_t id = NextId();
+    scripted::DiscoveryRequest request(id);
+    ++TheLibrary().liveRequests;
+    const std::array<int, 20> large = {};  // more than a function object holds in place
+    ResponseHandler handler = [&, large](zv_loc_fw::VEXOResponse*, Object) { (void)large; };
+    const int before = TheLibrary().sendCalls;
+    int32_t result = 0;
+    {
+      const scripted::FailingMemory noMemory(skip);
+      result = VexoDispatcher::Get().SendRequest(&request, std::move(handler), callback.AsObject(), &handle);
+    }
+    if (result == 0) {
+      EXPECT_EQ(TheLibrary().sendCalls, before + 1);
+      ObjectRelease(handle);
+      break;
+    }
+    ++failed;
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(TheLibrary().sendCalls, before);
+    EXPECT_EQ(callback.retains, 0);
+    EXPECT_EQ(handle.context, kUnwritten.context);
+  }
+  EXPECT_GE(failed, 2) << "the handle and the entry";
+  EXPECT_EQ(callback.retains, 1);
+  EXPECT_EQ(callback.releases, 1);
+}
+
+TEST_F(Dispatcher, ANullResponseTouchesNothing) {
+  TheLibrary().listener->responseReceived(nullptr);
+  EXPECT_EQ(TakeLog(), Log{"W kesd Dispatcher: received Null response.\n"});
+}
+
+TEST_F(Dispatcher, AHandlerMaySendAndMayThrow) {
+  const uint32_t id = NextId();
+  Callback inner;
+  Object innerHandle = kUnwritten;
+  ASSERT_EQ(Send(id, callback, &handle,
+                 [&](zv_loc_fw::VEXOResponse*, Object) {
+                   EXPECT_EQ(Send(NextId(), inner, &innerHandle), 0);
+                   throw 1;
+                 }),
+            0);
+  Respond(id);
+  EXPECT_EQ(callback.releases, 1);
+  ObjectRelease(handle);
+  ObjectRelease(innerHandle);
+  EXPECT_EQ(inner.releases, 1);
+}
+
+// Each request is answered and aborted at the same moment by two threads, while others send: whoever takes it first,
+// the callback is released once and a result is delivered at most once.
+TEST_F(Dispatcher, AnAnswerAndAnAbortThatMeetReleaseTheCallbackOnce) {
+  constexpr int kRounds = 2000;
+  std::atomic<int> answered = 0;
+  const auto race = [&] {
+    for (int i = 0; i < kRounds; ++i) {
+      Callback raced;
+      Object racedHandle = kUnwritten;
+      const uint32_t id = NextId();
+      int calls = 0;
+      ASSERT_EQ(Send(id, raced, &racedHandle, [&](zv_loc_fw::VEXOResponse*, Object) { ++calls; }), 0);
+      std::thread library(Respond, id);
+      ObjectRelease(racedHandle);
+      library.join();
+      ASSERT_EQ(raced.retains, 1);
+      ASSERT_EQ(raced.releases, 1);
+      ASSERT_LE(calls, 1);
+      answered += calls;
+    }
+  };
+  std::thread second(race);
+  race();
+  second.join();
+  EXPECT_LT(answered, 2 * kRounds);
+}
+
+}  // namespace
