@@ -1,0 +1,226 @@
+#include "client/client.h"
+
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "client/discovery_receiver.h"
+#include "client/stand_in_daemon.h"
+#include "ipc/services.h"
+
+namespace kes {
+namespace {
+
+using namespace std::chrono_literals;
+
+const MacAddress kBssid{0x02, 0x00, 0x5E, 0x10, 0x00, 0x01};
+
+TestResult OneAccessPoint() {
+  TestResult result;
+  result.Add(kBssid, "Cafe", 2437, -4550, {0, 4, 'C', 'a', 'f', 'e'});
+  return result;
+}
+
+fenk::Clock::time_point Soon() { return fenk::Clock::now() + 30s; }
+
+class ClientErrors : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_NE(mkdtemp(directory.data()), nullptr); }
+  void TearDown() override { std::filesystem::remove_all(directory); }
+
+  ErrorKind ConnectError(const std::string& path) {
+    const Result<Client> client = Client::Connect(path);
+    EXPECT_FALSE(client);
+    return client ? ErrorKind::kSystem : client.GetError().kind;
+  }
+
+  // A bound socket that does not listen.
+  fenk::UniqueFd Bind(const std::string& path, int type) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    fenk::UniqueFd bound(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(bind(bound.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    return bound;
+  }
+
+  std::string directory = (std::filesystem::temp_directory_path() / "kesXXXXXX").string();
+};
+
+TEST_F(ClientErrors, TellWhyThereIsNoConnection) {
+  const fenk::UniqueFd silent = Bind(directory + "/silent", SOCK_STREAM);
+  const fenk::UniqueFd datagrams = Bind(directory + "/datagrams", SOCK_DGRAM);
+  std::ofstream(directory + "/file") << "text";
+  EXPECT_EQ(ConnectError(directory + "/nothing"), ErrorKind::kNoSocket);
+  EXPECT_EQ(ConnectError(directory + "/file/below"), ErrorKind::kNoSocket);
+  EXPECT_EQ(ConnectError(directory + "/file"), ErrorKind::kNotASocket);
+  EXPECT_EQ(ConnectError(directory), ErrorKind::kNotASocket);
+  EXPECT_EQ(ConnectError(directory + "/silent"), ErrorKind::kRefused);
+  EXPECT_EQ(ConnectError(directory + "/datagrams"), ErrorKind::kProtocol);
+  EXPECT_EQ(ConnectError(std::string(108, 'p')), ErrorKind::kInvalidArgument);
+  EXPECT_EQ(ConnectError(""), ErrorKind::kInvalidArgument);
+}
+
+// What a peer that speaks something else makes of a client: `says` goes out as soon as it connects, then the end.
+TEST_F(ClientErrors, TellAPeerThatIsNoDaemon) {
+  for (const std::string& says :
+       {std::string(), std::string("HTTP/1.0 400 Bad Request\r\n\r\n"), std::string(4096, '\xff')}) {
+    const std::string path = directory + "/other" + std::to_string(says.size());
+    const fenk::UniqueFd other = Bind(path, SOCK_STREAM);
+    ASSERT_EQ(listen(other.Get(), 1), 0);
+    std::thread peer([&] {
+      const fenk::UniqueFd accepted(accept(other.Get(), nullptr, nullptr));
+      (void)!write(accepted.Get(), says.data(), says.size());
+    });
+    EXPECT_EQ(ConnectError(path), ErrorKind::kProtocol);
+    peer.join();
+  }
+}
+
+TEST(Client, SendsTheFourBuffersOfARequest) {
+  StandInDaemon daemon(Answer::kResult, OneAccessPoint());
+  Result<Client> client = Client::Connect(daemon.SocketPath());
+  ASSERT_TRUE(client);
+  DiscoveryRequest request;
+  request.mode = wifi::RequestMode::kCacheFallback;
+  request.scanType = wifi::ScanType::kPassive;
+  request.band = wifi::Band::k5GHz;
+  request.channels = {6, 5955};
+  request.ssids = {{'C', 'a', 'f', 'e'}, std::vector<uint8_t>(32, 0xFF)};
+  request.bssids = {kBssid};
+  request.maxAgeMs = 0x01020304;
+  request.fallbackBelow = 3;
+  request.timeoutMs = 0x0102030405;
+  Result<DiscoveryScan> scan = client->StartDiscovery(request);
+  ASSERT_TRUE(scan);
+  ASSERT_TRUE(daemon.AwaitRequest());
+
+  using Bytes = std::vector<uint8_t>;
+  const std::vector<Bytes> sent = daemon.RequestBuffers();
+  EXPECT_EQ(sent[0], Bytes({5, 4, 3, 2, 1, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 4, 3, 2, 1, 3, 0, 0, 0, 1, 0, 0, 0, 0, 0}));
+  EXPECT_EQ(sent[1], Bytes({6, 0, 0, 0, 0x43, 0x17, 0, 0}));
+  Bytes ssids(72, 0);
+  std::memcpy(ssids.data(), "\0\0\4\0Cafe", 8);
+  ssids[38] = 32;
+  std::fill(ssids.begin() + 40, ssids.end(), uint8_t{0xFF});
+  EXPECT_EQ(sent[2], ssids);
+  EXPECT_EQ(sent[3], Bytes({0x01, 0x00, 0x10, 0, 0x5E, 0x00, 0x02, 0}));
+
+  request.ssids = {std::vector<uint8_t>(33)};
+  const Result<DiscoveryScan> refused = client->StartDiscovery(request);
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.GetError().kind, ErrorKind::kInvalidArgument);
+}
+
+TEST(Client, GivesTheResultWheneverItComesAndEveryTimeItIsAskedFor) {
+  for (const Answer answer : {Answer::kResult, Answer::kEarlyResult}) {
+    StandInDaemon daemon(answer, OneAccessPoint());
+    Result<Client> client = Client::Connect(daemon.SocketPath());
+    ASSERT_TRUE(client);
+    Result<DiscoveryScan> scan = client->StartDiscovery({});
+    ASSERT_TRUE(scan) << scan.GetError().message;
+    for (int i = 0; i < 2; ++i) {
+      const Result<DiscoveryResult> result = scan->Wait(Soon(), -1);
+      ASSERT_TRUE(result) << result.GetError().message;
+      ASSERT_EQ(result->measurements.size(), 1u);
+      EXPECT_EQ(result->measurements[0].bssid, kBssid);
+    }
+  }
+}
+
+TEST(Client, GivesTheHandleBackWhenItAbortsAndWhenTheScanEnds) {
+  for (const bool abort : {true, false}) {
+    StandInDaemon daemon(Answer::kNothing, {});
+    Result<Client> client = Client::Connect(daemon.SocketPath());
+    ASSERT_TRUE(client);
+    {
+      Result<DiscoveryScan> scan = client->StartDiscovery({});
+      ASSERT_TRUE(scan);
+      if (abort) {
+        scan->Abort();
+        ASSERT_TRUE(daemon.AwaitHandleReleased());
+      }
+    }
+    EXPECT_TRUE(daemon.AwaitHandleReleased());  // while the client is still connected
+  }
+}
+
+TEST(Client, StopsWaitingAtTheDeadlineAndWhenItIsWoken) {
+  StandInDaemon daemon(Answer::kNothing, {});
+  Result<Client> client = Client::Connect(daemon.SocketPath());
+  ASSERT_TRUE(client);
+  Result<DiscoveryScan> scan = client->StartDiscovery({});
+  ASSERT_TRUE(scan);
+  EXPECT_EQ(scan->Wait(fenk::Clock::now(), -1).GetError().kind, ErrorKind::kTimedOut);
+  const fenk::UniqueFd wake(eventfd(1, EFD_CLOEXEC));
+  EXPECT_EQ(scan->Wait(Soon(), wake.Get()).GetError().kind, ErrorKind::kWoken);
+}
+
+TEST(Client, TellsRefusalFromLoss) {
+  const struct {
+    Answer answer;
+    ErrorKind kind;
+  } cases[] = {{Answer::kRejected, ErrorKind::kRejected}, {Answer::kHangUp, ErrorKind::kDisconnected}};
+  for (const auto& c : cases) {
+    StandInDaemon daemon(c.answer, {});
+    Result<Client> client = Client::Connect(daemon.SocketPath());
+    ASSERT_TRUE(client);
+    Result<DiscoveryScan> scan = client->StartDiscovery({});
+    EXPECT_EQ((scan ? scan->Wait(Soon(), -1).GetError() : scan.GetError()).kind, c.kind);
+  }
+}
+
+TEST(Client, DoesNotConnectToADaemonWithoutTheService) {
+  StandInDaemon daemon(Answer::kNoService, {});
+  const Result<Client> client = Client::Connect(daemon.SocketPath());
+  ASSERT_FALSE(client);
+  EXPECT_EQ(client.GetError().kind, ErrorKind::kProtocol);
+}
+
+TEST(Client, SaysThatRecordsOfTheWrongSizeAreNoResult) {
+  TestResult result = OneAccessPoint();
+  result.measurements.clear();
+  ObjectRef receiver = DiscoveryReceiver::Create();
+  uint8_t odd[159] = {};
+  ObjectArg args[4] = {};
+  args[0].buffer = {&result.header, sizeof result.header};
+  args[1].buffer = {odd, sizeof odd};
+  EXPECT_EQ(receiver.Get().invoke(receiver.Get().context, kDeliverResult, args, kDeliverDiscoveryResultCounts),
+            OBJECT_OK);
+  ASSERT_TRUE(DiscoveryReceiver::Of(receiver).IsDelivered());
+  EXPECT_EQ(DiscoveryReceiver::Of(receiver).Decode().GetError().kind, ErrorKind::kProtocol);
+}
+
+TEST(DiscoveryReceiver, TakesOneResultAndRefusesEverythingElse) {
+  TestResult test = OneAccessPoint();
+  ObjectRef receiver = DiscoveryReceiver::Create();
+  ASSERT_TRUE(receiver);
+  ObjectArg args[5] = {};
+  args[0].buffer = {&test.header, sizeof test.header};
+  args[1].buffer = {test.measurements.data(), sizeof(WifiScanMeasurement)};
+  args[2].buffer = {test.infos.data(), sizeof(WifiMeasurementInfo)};
+  args[3].buffer = {test.bytes.data(), test.bytes.size()};
+  const auto invoke = [&](uint32_t op, uint32_t counts) {
+    return receiver.Get().invoke(receiver.Get().context, op, args, counts);
+  };
+  for (const uint32_t counts : {0u, 3u, 5u, 0x14u, 0x104u, 0x1004u, 0x10004u}) {
+    EXPECT_EQ(invoke(kDeliverResult, counts), OBJECT_ERROR_INVALID);
+  }
+  EXPECT_EQ(invoke(1, kDeliverDiscoveryResultCounts), OBJECT_ERROR_INVALID);
+  EXPECT_FALSE(DiscoveryReceiver::Of(receiver).IsDelivered());
+  EXPECT_EQ(invoke(0x10000 | kDeliverResult, kDeliverDiscoveryResultCounts), OBJECT_OK);
+  EXPECT_EQ(invoke(kDeliverResult, kDeliverDiscoveryResultCounts), OBJECT_ERROR_INVALID);
+  test = {};  // the buffers were valid during the invocation only
+  const Result<DiscoveryResult> result = DiscoveryReceiver::Of(receiver).Decode();
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->measurements.at(0).bssid, kBssid);
+}
+
+}  // namespace
+}  // namespace kes

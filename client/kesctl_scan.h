@@ -1,0 +1,24 @@
+// kesctl scan: one discovery scan, shown.
+#ifndef KESD_CLIENT_KESCTL_SCAN_H_
+#define KESD_CLIENT_KESCTL_SCAN_H_
+
+#include <string>
+
+#include "client/discovery_request.h"
+
+namespace kesctl {
+
+struct ScanOptions {
+  std::string socketPath;
+  kes::DiscoveryRequest request;
+  bool json = false;
+  bool elements = false;  // of the table; JSON always has them
+};
+
+// Returns the exit code. Waits for the result as long as the request's timeout and five seconds more, or one minute
+// when the request leaves the timeout to the daemon.
+int RunScan(const ScanOptions& options);
+
+}  // namespace kesctl
+
+#endif  // KESD_CLIENT_KESCTL_SCAN_H_

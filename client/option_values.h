@@ -1,0 +1,36 @@
+// The values of kesctl's options. Each function reads one value whole or says in a sentence why not.
+#ifndef KESD_CLIENT_OPTION_VALUES_H_
+#define KESD_CLIENT_OPTION_VALUES_H_
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "client/mac_address.h"
+#include "host/wifi/discovery_parameters.h"
+
+namespace kesctl {
+
+struct BadValue {
+  std::string why;
+};
+
+template <typename T>
+using Value = std::variant<T, BadValue>;
+
+// The longest that a request or an age may be given: one day, in milliseconds.
+inline constexpr uint32_t kMaxMilliseconds = 86'400'000;
+
+Value<std::string> ReadSocketPath(const std::string& text);     // 1 to 107 bytes
+Value<wifi::RequestMode> ReadMode(const std::string& text);     // fresh, cache, fallback
+Value<wifi::Band> ReadBand(const std::string& text);            // 2.4, 5, all
+Value<uint32_t> ReadChannel(const std::string& text);           // a channel number, or a centre frequency in MHz
+Value<std::vector<uint8_t>> ReadSsid(const std::string& text);  // 1 to 32 octets
+Value<kes::MacAddress> ReadBssid(const std::string& text);
+Value<uint32_t> ReadTimeout(const std::string& text);  // ms, 1 to kMaxMilliseconds
+Value<uint32_t> ReadMaxAge(const std::string& text);   // ms, 1 to kMaxMilliseconds
+
+}  // namespace kesctl
+
+#endif  // KESD_CLIENT_OPTION_VALUES_H_
