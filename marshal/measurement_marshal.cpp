@@ -138,6 +138,9 @@ void MarshalFullBeacon(CommonResponseData& data, const VEXOFullBeaconScanMeasure
   if (measurement == nullptr) return;
   const uint32_t index = data.scanMeasurements.count;
   MarshalCommon(data, measurement);
+  // A record that found no memory is missing: operator[] says so and yields another, which stays as it is.
+  const bool present = index < data.scanMeasurements.count;
+  WifiScanMeasurement& record = data.scanMeasurements[index];
 
   const uint32_t offset = data.byteData.count;
   uint32_t length = 0;
@@ -151,8 +154,7 @@ void MarshalFullBeacon(CommonResponseData& data, const VEXOFullBeaconScanMeasure
     if (extra != 0) AppendByte(data.byteData, measurement->vendorExtraByte);
   }
 
-  if (index >= data.scanMeasurements.count) return;  // the record found no memory; it has no place to refer from
-  WifiScanMeasurement& record = data.scanMeasurements[index];
+  if (!present) return;
   record.beaconElementsOffset = offset;
   record.beaconElementsLength = length;
 }
@@ -161,6 +163,8 @@ void MarshalRanging(RangingData& data, const VEXORangingScanMeasurement* measure
   if (measurement == nullptr) return;
   const uint32_t index = data.scanMeasurements.count;
   MarshalCommon(data, measurement);
+  const bool present = index < data.scanMeasurements.count;
+  WifiScanMeasurement& record = data.scanMeasurements[index];
 
   const uint32_t first = data.wifiMacAddresses.count;
   const uint32_t macCount = measurement->macList.count;
@@ -170,8 +174,7 @@ void MarshalRanging(RangingData& data, const VEXORangingScanMeasurement* measure
         {static_cast<uint32_t>(address.getLo24()), static_cast<uint32_t>(address.getHi24())});
   }
 
-  if (index >= data.scanMeasurements.count) return;  // the record found no memory; it has no place to refer from
-  WifiScanMeasurement& record = data.scanMeasurements[index];
+  if (!present) return;
   record.firstMacIndex = first;
   record.macCount = macCount;
 }

@@ -240,7 +240,8 @@ TEST(Marshal, ARecordThatFindsNoMemoryIsMissingAndNobodyElsesIsWritten) {
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(ranges.scanMeasurements.data), 64 * 160), recordsBefore);
   EXPECT_EQ(ranges.scanMeasurements.count, 64u);
   EXPECT_EQ(ranges.wifiMacAddresses.count, 33u);
-  EXPECT_EQ(scripted::TakeLog(), std::vector<std::string>{"E vector insertion failed -2"});
+  EXPECT_EQ(scripted::TakeLog(),
+            (std::vector<std::string>{"E vector insertion failed -2", "E vector index out of range\n"}));
 
   {
     const scripted::FailingMemory noMemory(0, 1);
