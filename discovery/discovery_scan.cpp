@@ -112,12 +112,14 @@ int32_t StartScan(ObjectArg* args) {
   return result;
 }
 
-int32_t discovery_scan_invoke(void*, uint32_t op, ObjectArg* args, uint32_t counts) {
+int32_t discovery_scan_invoke(void*, uint32_t op, ObjectArg* args, ArgCounts counts) try {
   if (ObjectOperation(op) != kStartDiscoveryScan) return OBJECT_ERROR_INVALID;
   if (counts != kStartDiscoveryScanCounts) return OBJECT_ERROR_INVALID;
   if (args[kParamsSlot].buffer.size < kDiscoveryScanParamsSize) return OBJECT_ERROR_INVALID;
   if (args[kCallbackSlot].object.invoke == nullptr) return OBJECT_ERROR_INVALID;
   return StartScan(args);
+} catch (...) {  // nothing leaves an invocation but its result
+  return OBJECT_ERROR;
 }
 
 }  // namespace

@@ -201,6 +201,19 @@ TEST_F(DiscoveryScan, ARequestThatCannotBeMadeOrSentUsesUpItsId) {
   }
 }
 
+// In a process of its own, where no client was made yet.
+TEST(DiscoveryScanDeathTest, NothingThatTheLibraryThrowsLeavesTheInvocation) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        TheLibrary().createThrows = true;
+        const int32_t first = Invocation().Run();
+        TheLibrary().createThrows = false;
+        std::exit(first == OBJECT_ERROR && Invocation().Run() == OBJECT_OK ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
 TEST_F(DiscoveryScan, GoesOnWithTheEntriesThatFoundMemory) {
   Invocation invocation;
   invocation.channels = scripted::BytesOf(uint32_t{6});

@@ -2,7 +2,7 @@
 
 #include "dispatcher/vexo_dispatcher.h"
 
-int32_t RequestHandle::Invoke(void* context, uint32_t op, ObjectArg*, uint32_t) {
+int32_t RequestHandle::Invoke(void* context, uint32_t op, ObjectArg*, ArgCounts) {
   auto* const handle = static_cast<RequestHandle*>(context);
   switch (ObjectOperation(op)) {
     case OBJECT_OP_RETAIN:

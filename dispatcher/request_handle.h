@@ -18,7 +18,7 @@ class RequestHandle {
   static Object HandOut(std::unique_ptr<RequestHandle> handle) { return {&Invoke, handle.release()}; }
 
  private:
-  static int32_t Invoke(void* context, uint32_t op, ObjectArg* args, uint32_t counts);
+  static int32_t Invoke(void* context, uint32_t op, ObjectArg* args, ArgCounts counts);
 
   uint32_t requestId;
   std::atomic<uint32_t> refCount{1};

@@ -36,7 +36,8 @@ VexoDispatcher::VexoDispatcher() {
 VexoDispatcher::~VexoDispatcher() {
   // First of all, while the table and the lock are there for the reports that still arrive. The callback objects of
   // what is pending are not released: their framework has ended.
-  client.reset();
+  delete client.get();  // a report in progress may still send: the pointer stays until the client is gone
+  client.release();
 }
 
 int32_t VexoDispatcher::SendRequest(zv_loc_fw::VEXORequest* request, ResponseHandler handler, Object callback,
@@ -61,7 +62,7 @@ int32_t VexoDispatcher::SendRequest(zv_loc_fw::VEXORequest* request, ResponseHan
   return -1;
 }
 
-void VexoDispatcher::responseReceived(zv_loc_fw::VEXOResponse* response) {
+void VexoDispatcher::responseReceived(zv_loc_fw::VEXOResponse* response) try {
   if (response == nullptr) {
     log_warning(kTag, "Dispatcher: received Null response.\n");
     return;
@@ -83,18 +84,21 @@ void VexoDispatcher::responseReceived(zv_loc_fw::VEXOResponse* response) {
   } catch (...) {  // the callback's one release does not depend on how its delivery went
   }
   ObjectRelease(callback);
+} catch (...) {  // the library's thread has no use for it
 }
 
 void VexoDispatcher::Release(uint32_t requestId) {
-  PendingTable::node_type request;
+  Object callback;
   {
     const kesd::MutexLock lock(mutex);
-    request = pendingRequests.extract(requestId);
-    if (request.empty()) {
+    const auto request = pendingRequests.find(requestId);
+    if (request == pendingRequests.end()) {
       log_debug(kTag, "Dispatcher: Expected release for ID %d\n", static_cast<int>(requestId));
       return;
     }
+    callback = request->second.callback;
+    pendingRequests.erase(request);
   }
-  ObjectRelease(request.mapped().callback);
+  ObjectRelease(callback);
   log_debug(kTag, "Dispatcher: Aborted ID %d\n", static_cast<int>(requestId));
 }

@@ -12,9 +12,13 @@
 
 union ObjectArg;
 
+// The packed count of an invocation's slots: input buffers in bits 0 to 3, output buffers in 4 to 7, input objects in 8
+// to 11, output objects in 12 to 15. Bits 16 to 31 are zero.
+using ArgCounts = uint32_t;
+
 // An object's entry point; runs synchronously on the calling thread.
 // `op`: the operation is its low 16 bits. `args`: the slots that `counts` announces, or null when there are none.
-using ObjectInvoke = int32_t (*)(void* context, uint32_t op, ObjectArg* args, uint32_t counts);
+using ObjectInvoke = int32_t (*)(void* context, uint32_t op, ObjectArg* args, ArgCounts counts);
 
 // A reference to an object, passed and stored by value. Copying it takes no reference: only the operations
 // OBJECT_OP_RETAIN and OBJECT_OP_RELEASE count.
@@ -50,9 +54,9 @@ inline constexpr int32_t OBJECT_ERROR_INVALID = 2;  // unknown operation, wrong 
 // The operation that `op` names; bits 16 to 31 are not part of it.
 constexpr uint32_t ObjectOperation(uint32_t op) { return op & 0xFFFF; }
 
-// Packs slot counts, each 0 to 15, as `counts` carries them: four bits a kind, bits 16 to 31 zero.
-constexpr uint32_t ObjectCounts(uint32_t inputBuffers, uint32_t outputBuffers, uint32_t inputObjects,
-                                uint32_t outputObjects) {
+// Packs slot counts, each 0 to 15.
+constexpr ArgCounts ObjectCounts(uint32_t inputBuffers, uint32_t outputBuffers, uint32_t inputObjects,
+                                 uint32_t outputObjects) {
   return inputBuffers | outputBuffers << 4 | inputObjects << 8 | outputObjects << 12;
 }
 

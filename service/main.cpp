@@ -8,17 +8,23 @@
 #include "platform/log.h"
 #include "service/root_object.h"
 
+using zv_loc_fw::log_error;
+
 namespace {
 
 constexpr char kTag[] = "kesd";
+constexpr char kControlSocket[] = "kesd";
 constexpr auto kLogLevel = static_cast<zv_loc_fw::ERROR_LEVEL>(1);
 constexpr unsigned kOneDaySeconds = 86400;
 
 // Where every failure to start ends: to exit would make init start the service over and over.
-[[noreturn]] void Idle(const char* reason, void* library) {
-  zv_loc_fw::log_error(kTag, "%s", reason);
-  if (library != nullptr) dlclose(library);
+[[noreturn]] void Idle() {
   for (;;) sleep(kOneDaySeconds);
+}
+
+[[noreturn]] void CloseAndIdle(void* library) {
+  dlclose(library);
+  Idle();
 }
 
 template <typename EntryPoint>
@@ -32,16 +38,28 @@ int main() {
   zv_loc_fw::log_set_local_level_for_tag(kTag, kLogLevel);
 
   void* const library = dlopen("libfenksocket.so", RTLD_NOW);
-  if (library == nullptr) Idle("Failed to load libfenksocket", nullptr);
+  if (library == nullptr) {
+    log_error(kTag, "Failed to load libfenksocket");
+    Idle();
+  }
   const auto startServiceOnSocket =
       LookUp<decltype(FenkIPC_startServiceOnSocket)>(library, "FenkIPC_startServiceOnSocket");
   const auto join = LookUp<decltype(FenkIPC_join)>(library, "FenkIPC_join");
-  if (startServiceOnSocket == nullptr || join == nullptr) Idle("Shared library symbol not found", library);
+  if (startServiceOnSocket == nullptr || join == nullptr) {
+    log_error(kTag, "Shared library symbol not found");
+    CloseAndIdle(library);
+  }
 
-  const int controlSocket = android_get_control_socket(kTag);
-  if (controlSocket < 0) Idle("No service socket provided", library);
+  const int controlSocket = android_get_control_socket(kControlSocket);
+  if (controlSocket < 0) {
+    log_error(kTag, "No service socket provided");
+    CloseAndIdle(library);
+  }
   void* const service = startServiceOnSocket(controlSocket, RootObject());
-  if (service == nullptr) Idle("Failed to create service", library);
+  if (service == nullptr) {
+    log_error(kTag, "Failed to create service");
+    CloseAndIdle(library);
+  }
 
   zv_loc_fw::log_info(kTag, "Serving KESD interface");
   join(service);

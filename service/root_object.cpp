@@ -7,7 +7,7 @@
 
 namespace {
 
-int32_t invoke(void*, uint32_t op, ObjectArg* args, uint32_t counts) {
+int32_t invoke(void*, uint32_t op, ObjectArg* args, ArgCounts counts) {
   const uint32_t operation = ObjectOperation(op);
   if (operation == OBJECT_OP_RETAIN || operation == OBJECT_OP_RELEASE) return OBJECT_OK;
   if (operation != ROOT_OP_OPEN) return OBJECT_ERROR_INVALID;

@@ -41,7 +41,7 @@ Library& TheLibrary() {
 }
 
 void Library::Reset() {
-  createFails = factoryFails = throws = false;
+  createFails = createThrows = factoryFails = throws = false;
   sendResult = 0;
   onSend = nullptr;
   sendCalls = 0;
@@ -122,6 +122,8 @@ KESD_SCRIPTED_LOG(log_error, 'E')
 
 VEXOClient* VEXOClient::createInstance(VEXOClientListener* listener, bool flag, eLogLevel logLevel) {
   scripted::Library& library = scripted::TheLibrary();
+  if (library.createThrows) throw std::runtime_error("told to");
+  if (library.createThrows) throw std::runtime_error("told to");
   if (library.createFails) return nullptr;
   library.listener = listener;
   library.createdWith = "flag=" + std::to_string(flag) + " level=" + std::to_string(logLevel);

@@ -27,6 +27,7 @@ struct DiscoveryRequest : zv_loc_fw::VEXODiscoveryScanRequest {
 
 // The library. What is set here holds until Reset.
 struct Library {
+  bool createThrows = false;                            // createInstance throws
   bool createFails = false;                             // createInstance answers null
   bool factoryFails = false;                            // the factories answer null
   bool throws = false;                                  // sendRequest throws
