@@ -274,7 +274,9 @@ void Service::AddPeer(UniqueFd socket) {
   const int fd = socket.Get();
   Peer peer{this, ++lastNumber, {}, nullptr, {}};
   socklen_t length = sizeof(peer.credentials);
-  (void)getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer.credentials, &length);  // for the log alone
+  // For the log alone, in which nobody is taken for root for want of an answer.
+  peer.credentials = {-1, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
+  (void)getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer.credentials, &length);
   const ucred credentials = peer.credentials;
   peer.connection = Connection::Create(
       std::move(socket), options.limits, root,

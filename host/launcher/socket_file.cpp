@@ -99,12 +99,13 @@ bool BindWithRights(int fd, const sockaddr_un& address, const Options& options) 
     Complain("cannot make the socket", path);
     return false;
   }
-  if (options.group && lchown(path.c_str(), static_cast<uid_t>(-1), *options.group) != 0) {
+  // At once, so that who finds the file finds it served; its rights come from here on.
+  if (listen(fd, SOMAXCONN) != 0) {
+    Complain("cannot listen on", path);
+  } else if (options.group && lchown(path.c_str(), static_cast<uid_t>(-1), *options.group) != 0) {
     Complain("cannot set the group of", path);
   } else if (chmod(path.c_str(), options.mode) != 0) {
     Complain("cannot set the mode of", path);
-  } else if (listen(fd, SOMAXCONN) != 0) {
-    Complain("cannot listen on", path);
   } else {
     return true;
   }
