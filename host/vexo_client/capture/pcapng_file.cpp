@@ -36,8 +36,7 @@ void Initialize() {
 
 // What wiretap says about a failure. Takes `details`, which may be null.
 std::string Explain(int code, char* details) {
-  if (code > 0) return std::system_category().message(code);
-  std::string text = wtap_strerror(code);
+  std::string text = code > 0 ? std::system_category().message(code) : wtap_strerror(code);
   if (code == WTAP_ERR_SHORT_READ) text = "the file ends inside its first blocks";
   if (details != nullptr) text = details;
   g_free(details);
