@@ -112,11 +112,9 @@ std::string Process::ReadLine() {
 
 std::vector<std::string> Process::ReadLinesUntil(const std::string& part) {
   std::vector<std::string> lines;
-  while (lines.empty() || lines.back().find(part) == std::string::npos) {
-    std::string line = ReadLine();
-    if (line.empty() && !out.IsOpen()) break;
-    lines.push_back(std::move(line));
-  }
+  do {
+    lines.push_back(ReadLine());
+  } while (!lines.back().empty() && lines.back().find(part) == std::string::npos);
   return lines;
 }
 

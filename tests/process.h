@@ -41,7 +41,7 @@ class Process {
 
   // The next line of `out`, without its end; empty when it ends before, or nothing comes for a minute.
   std::string ReadLine();
-  // The next lines of `out`, up to and including the first that contains `part`; all that come when none does.
+  // The next lines of `out`, up to and including the first that contains `part`, or an empty one where none does.
   std::vector<std::string> ReadLinesUntil(const std::string& part);
 
   // Ends its input and reads its output until it ends.
