@@ -235,7 +235,10 @@ TEST_F(Dispatcher, AnAnswerAndAnAbortThatMeetReleaseTheCallbackOnce) {
     std::atomic<int> calls = 0;
     ASSERT_EQ(Send(id, raced, &racedHandle, [&](zv_loc_fw::VEXOResponse*, Object) { ++calls; }), 0);
     toAnswer = id;
-    for (int pause = i % 500; pause > 0; --pause) (void)toAnswer.load();
+    if (i % 2 != 0) {  // let the other begin, and give it a lead that varies
+      while (toAnswer != 0) std::this_thread::yield();
+      for (int lead = 0; lead < i * 4; ++lead) (void)toAnswer.load();
+    }
     ObjectRelease(racedHandle);
     while (raced.releases == 0) std::this_thread::yield();
     ASSERT_EQ(raced.retains, 1);
