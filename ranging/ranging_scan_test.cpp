@@ -1,0 +1,243 @@
+#include "ranging/ranging_scan.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "dispatcher/vexo_dispatcher.h"
+#include "ipc/services.h"
+#include "marshal/records.h"
+#include "tests/scripted_platform.h"
+
+namespace {
+
+using scripted::TheLibrary;
+using Log = std::vector<std::string>;
+using Bytes = std::vector<uint8_t>;
+
+struct Invocation : scripted::Invocation {
+  Bytes nodes;
+  Bytes params = Bytes(8);
+
+  int32_t Run(uint32_t op, uint32_t counts = kStartRangingScanCounts) {
+    return Invoke(CreateVexoRangingScan(), op, counts, {nodes, params});
+  }
+};
+
+// What the library was sent, whichever of the two kinds it was.
+struct Sent {
+  uint32_t id = 0;
+  int64_t ts = 0;
+  bool periodic = false;
+  std::vector<zv_loc_fw::VEXOPeriodicNodeInfo> nodes;
+};
+
+class RangingScan : public testing::Test {
+ protected:
+  void SetUp() override {
+    counter = &VexoDispatcher::Get().requestIdCounter;
+    TheLibrary().Reset();
+    TheLibrary().onSend = [this](zv_loc_fw::VEXORequest& request) {
+      sent = {};
+      sent.id = request.getRequestId();
+      const auto note = [this](const auto& ranging) {
+        sent.ts = ranging.ts;
+        for (uint32_t i = 0; i < ranging.nodes.count; ++i) {
+          zv_loc_fw::VEXOPeriodicNodeInfo node;
+          static_cast<std::remove_const_t<std::remove_reference_t<decltype(ranging.nodes[i])>>&>(node) =
+              ranging.nodes[i];
+          sent.nodes.push_back(node);
+        }
+      };
+      if (const auto* once = dynamic_cast<zv_loc_fw::VEXORangingScanRequest*>(&request)) return note(*once);
+      sent.periodic = true;
+      note(dynamic_cast<zv_loc_fw::VEXOPeriodicRangingScanRequest&>(request));
+    };
+    scripted::TakeLog();
+  }
+  std::atomic<uint32_t>* counter;
+  Sent sent;
+};
+
+PeriodicRangingNodeRecord FullRecord() {
+  return {.node = {.lo24 = 0x010203,
+                   .hi24 = 0x040506,
+                   .value1 = -1,
+                   .value2 = 2,
+                   .value3 = 3,
+                   .choice1 = 5,
+                   .secondLo24 = 0x0708,
+                   .secondHi24 = 0x090A,
+                   .choice2 = 3,
+                   .choice3 = 4,
+                   .choice4 = 3,
+                   .value4 = -4,
+                   .byte1 = 0xB1,
+                   .byte2 = 0xB2,
+                   .reserved = {0xFF, 0xFF}},
+          .value5 = 5,
+          .value6 = -6,
+          .byte3 = 0xB3,
+          .reserved = {0xFF, 0xFF, 0xFF}};
+}
+
+TEST_F(RangingScan, EveryFieldOfANodeReachesTheMemberOfItsName) {
+  const zv_loc_fw::VEXOPeriodicNodeInfo asMade;
+  for (const uint32_t op : {0x30000u | kStartRangingScan, 0x10000u | kStartPeriodicRangingScan}) {
+    const bool periodic = (op & 1) != 0;
+    Invocation invocation;
+    invocation.nodes = periodic ? scripted::BytesOf(FullRecord()) : scripted::BytesOf(FullRecord().node);
+    invocation.params = scripted::BytesOf(int64_t{-5'000'000'000});
+    EXPECT_EQ(invocation.Run(op), OBJECT_OK);
+    EXPECT_TRUE(invocation.HandleWritten());
+    EXPECT_EQ(sent.id, *counter);
+    EXPECT_EQ(sent.periodic, periodic);
+    EXPECT_EQ(sent.ts, -5'000'000'000);
+    ASSERT_EQ(sent.nodes.size(), 1u);
+    const zv_loc_fw::VEXOPeriodicNodeInfo& node = sent.nodes[0];
+    EXPECT_EQ(node.address.getHi24(), 0x040506);
+    EXPECT_EQ(node.address.getLo24(), 0x010203);
+    EXPECT_EQ(node.secondAddress.getHi24(), 0x090A);
+    EXPECT_EQ(node.secondAddress.getLo24(), 0x0708);
+    EXPECT_EQ(std::vector<int>({node.value1, node.value2, node.value3, node.value4}), std::vector<int>({-1, 2, 3, -4}));
+    EXPECT_EQ(std::vector<uint32_t>({node.choice1, node.choice2, node.choice3, node.choice4}),
+              std::vector<uint32_t>({5, 3, 4, 3}));
+    EXPECT_EQ(node.byte1, 0xB1);
+    EXPECT_EQ(node.byte2, 0xB2);
+    EXPECT_EQ(node.unset1, asMade.unset1);
+    EXPECT_EQ(node.unset2, asMade.unset2);
+    EXPECT_EQ(node.byte3, periodic ? 0xB3 : asMade.byte3);
+    EXPECT_EQ(node.value5, periodic ? 5 : asMade.value5);
+    EXPECT_EQ(node.value6, periodic ? -6 : asMade.value6);
+  }
+}
+
+TEST_F(RangingScan, AChoiceOutOfItsRangeBecomesItsDefault) {
+  const struct {
+    uint32_t given;
+    uint32_t choices[4];
+  } kCases[] = {{0, {0, 0, 0, 0}}, {1, {1, 1, 1, 1}},          {2, {2, 2, 2, 2}},
+                {3, {3, 3, 3, 3}}, {4, {4, 1, 4, 0}},          {5, {5, 1, 0, 0}},
+                {6, {0, 1, 0, 0}}, {0x80000001, {0, 1, 0, 0}}, {0xFFFFFFFF, {0, 1, 0, 0}}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.given);
+    RangingNodeRecord record = {};
+    record.choice1 = record.choice2 = record.choice3 = record.choice4 = c.given;
+    Invocation invocation;
+    invocation.nodes = scripted::BytesOf(record);
+    EXPECT_EQ(invocation.Run(kStartRangingScan), OBJECT_OK);
+    ASSERT_EQ(sent.nodes.size(), 1u);
+    const auto& node = sent.nodes[0];
+    EXPECT_EQ(std::vector<uint32_t>({node.choice1, node.choice2, node.choice3, node.choice4}),
+              std::vector<uint32_t>(c.choices, c.choices + 4));
+  }
+}
+
+TEST_F(RangingScan, TakesTheWholeRecordsInBufferOrder) {
+  const struct {
+    uint32_t op;
+    size_t size;
+    size_t nodes;
+  } kCases[] = {{0, 0, 0},        {0, 51, 0}, {0, 100, 1}, {0, 104, 2},
+                {0, 52 * 70, 70}, {1, 63, 0}, {1, 100, 1}, {1, 128, 2}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.size);
+    Invocation invocation;
+    invocation.nodes.resize(c.size);
+    const size_t recordSize = c.op == 0 ? 52 : 64;
+    for (size_t i = 0; i < c.size; ++i)
+      invocation.nodes[i] = static_cast<uint8_t>(i % recordSize == 0 ? i / recordSize : 0);
+    EXPECT_EQ(invocation.Run(c.op), OBJECT_OK);
+    ASSERT_EQ(sent.nodes.size(), c.nodes);
+    for (size_t i = 0; i < c.nodes; ++i) EXPECT_EQ(sent.nodes[i].address.getLo24(), static_cast<int>(i));
+  }
+}
+
+TEST_F(RangingScan, AMalformedInvocationTakesNoIdLogsNothingAndWritesNothing) {
+  const uint32_t before = *counter;
+  const struct {
+    const char* name;
+    uint32_t op;
+    uint32_t counts;
+    size_t paramsSize;
+    bool nullCallback;
+  } kCases[] = {{"another operation", 2, 0x1102, 8, false},     {"retain", OBJECT_OP_RETAIN, 0, 8, false},
+                {"release", OBJECT_OP_RELEASE, 0, 8, false},    {"the discovery service's counts", 0, 0x1104, 8, false},
+                {"bit 16 of the counts", 1, 0x11102, 8, false}, {"short parameters", 0, 0x1102, 4, false},
+                {"long parameters", 1, 0x1102, 16, false},      {"null callback", 1, 0x1102, 8, true}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    Invocation invocation;
+    invocation.params = Bytes(c.paramsSize);
+    invocation.nullCallback = c.nullCallback;
+    EXPECT_EQ(invocation.Run(c.op, c.counts), OBJECT_ERROR_INVALID);
+    EXPECT_FALSE(invocation.HandleWritten());
+  }
+  EXPECT_EQ(*counter, before);
+  EXPECT_EQ(TheLibrary().sendCalls, 0);
+  EXPECT_TRUE(scripted::TakeLog().empty());
+}
+
+TEST_F(RangingScan, EachOperationLogsItsOutcomeAndARefusedRequestUsesUpItsId) {
+  for (const bool refused : {false, true}) {
+    TheLibrary().sendResult = refused ? 1 : 0;
+    for (const uint32_t op : {kStartRangingScan, kStartPeriodicRangingScan}) {
+      *counter = 40;
+      scripted::TakeLog();
+      Invocation invocation;
+      invocation.params = scripted::BytesOf(int64_t{0x7'0000'0001});
+      EXPECT_EQ(invocation.Run(op), refused ? OBJECT_ERROR : OBJECT_OK);
+      EXPECT_EQ(*counter, 41u);
+      EXPECT_EQ(invocation.HandleWritten(), !refused);
+      EXPECT_EQ(invocation.callback.retains, refused ? 0 : 1);
+      const std::string result = std::to_string(refused) + "\n";
+      EXPECT_EQ(
+          scripted::TakeLog(),
+          Log{op == kStartRangingScan ? "D kesd RangingScan: StartRangingScan ID 41 ts 30064771073 returning " + result
+                                      : "D kesd RangingScan: StartPeriodicRangingScan returning " + result});
+    }
+  }
+}
+
+// However many allocations succeed first, the invocation ends in one of the two ways that it may.
+TEST_F(RangingScan, OutOfMemoryIsAnAnswer) {
+  for (const uint32_t op : {kStartRangingScan, kStartPeriodicRangingScan}) {
+    int32_t result = OBJECT_ERROR;
+    for (int skip = 0; result != OBJECT_OK; ++skip) {
+      TheLibrary().Reset();
+      scripted::Callback callback;
+      const Bytes nodes = scripted::BytesOf(FullRecord()), params(8);
+      ObjectArg args[4] = {scripted::InputBuffer(nodes.data(), nodes.size()), scripted::InputBuffer(params.data(), 8)};
+      args[2].object = callback.AsObject();
+      args[3].object = {nullptr, nullptr};
+      {
+        const scripted::FailingMemory noMemory(skip);
+        result = CreateVexoRangingScan().invoke(nullptr, op, args, kStartRangingScanCounts);
+      }
+      EXPECT_EQ(callback.retains, result == OBJECT_OK ? 1 : 0) << skip;
+      EXPECT_EQ(args[3].object.invoke != nullptr, result == OBJECT_OK) << skip;
+      EXPECT_EQ(TheLibrary().sendCalls, result == OBJECT_OK ? 1 : 0) << skip;
+      if (result == OBJECT_OK) ObjectRelease(args[3].object);
+      ASSERT_LT(skip, 100);
+    }
+  }
+}
+
+TEST_F(RangingScan, APeriodicRequestDeliversItsFirstResponseAlone) {
+  Invocation invocation;
+  ASSERT_EQ(invocation.Run(kStartPeriodicRangingScan), OBJECT_OK);
+  zv_loc_fw::VEXORangingScanResponse response(*counter);
+  TheLibrary().listener->responseReceived(&response);
+  scripted::TakeLog();
+  TheLibrary().listener->responseReceived(&response);
+  EXPECT_EQ(invocation.callback.deliveries, 1);
+  EXPECT_EQ(invocation.callback.counts, kDeliverRangingResultCounts);
+  EXPECT_EQ(invocation.callback.releases, 1);
+  EXPECT_EQ(scripted::TakeLog().back(),
+            "W kesd Dispatcher: Unexpected request ID " + std::to_string(static_cast<int>(*counter)) + "\n");
+}
+
+}  // namespace
