@@ -122,7 +122,7 @@ ScanStatus CaptureSource::Read(std::vector<Bss>& found) const {
 }
 
 void CaptureSource::StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept {
-  done(ScanStatus::kUnsupported);
+  done(ScanStatus::kUnsupported, {});
 }
 
 }  // namespace vexo_host

@@ -8,7 +8,6 @@
 
 #include "host/vexo_client/discovery_request.h"
 #include "host/vexo_client/discovery_response.h"
-#include "host/wifi/ranging_parameters.h"
 #include "platform/log.h"
 
 namespace vexo_host {
@@ -19,42 +18,7 @@ using wifi::ScanStatus;
 
 constexpr char kTag[] = "vexo_client";
 
-// Keeps sums of times far from overflow.
-constexpr int64_t kLongestTimeoutMs = 24 * 60 * 60 * 1000;
-
-milliseconds Timeout(int64_t asked, int64_t standard) {
-  return milliseconds(asked <= 0 ? standard : std::min(asked, kLongestTimeoutMs));
-}
-
 }  // namespace
-
-// One of the places for requests in flight, given back at the end.
-class Client::Place {
- public:
-  explicit Place(std::atomic<uint32_t>& count) : taken(&count) {
-    if (taken->fetch_add(1) >= kMaxRequestsInFlight) Leave();
-  }
-  Place(Place&& other) noexcept : taken(std::exchange(other.taken, nullptr)) {}
-  Place& operator=(Place&&) = delete;
-  ~Place() { Leave(); }
-
-  bool IsTaken() const { return taken != nullptr; }
-
- private:
-  void Leave() {
-    if (taken != nullptr) std::exchange(taken, nullptr)->fetch_sub(1);
-  }
-
-  std::atomic<uint32_t>* taken;
-};
-
-// The one answer to a request or to a round of a periodic one.
-struct Client::Answer {
-  std::atomic<bool> given = false;
-  std::optional<Scheduler::TaskId> timeout;  // set before the source is asked
-
-  bool Claim() { return !given.exchange(true); }
-};
 
 struct Client::Discovery {
   Discovery(const DiscoveryRequest& request, Place somePlace)
@@ -80,40 +44,6 @@ struct Client::Discovery {
   Answer answer;
 };
 
-struct Client::Ranging {
-  Ranging(const zv_loc_fw::VEXORangingScanRequest& request, Place somePlace)
-      : place(std::move(somePlace)),
-        id(request.getRequestId()),
-        timeout(Timeout(request.ts, wifi::kDefaultRangingTimeoutMs)) {
-    for (uint32_t i = 0; i < request.nodes.count; ++i) query.nodes.push_back(request.nodes[i]);
-  }
-
-  Ranging(const zv_loc_fw::VEXOPeriodicRangingScanRequest& request, Place somePlace)
-      : place(std::move(somePlace)),
-        id(request.getRequestId()),
-        timeout(Timeout(request.ts, wifi::kDefaultRangingTimeoutMs)) {
-    int32_t shortest = wifi::kMaxRangingIntervalMs;
-    int32_t most = 1;
-    for (uint32_t i = 0; i < request.nodes.count; ++i) {
-      const zv_loc_fw::VEXOPeriodicNodeInfo& node = request.nodes[i];
-      query.nodes.push_back(node);
-      shortest = std::min(shortest, node.value5);
-      most = std::max(most, node.value6);
-    }
-    interval = milliseconds(std::max(shortest, wifi::kMinRangingIntervalMs));
-    roundsLeft = std::min(most, wifi::kMaxRangingRounds);
-  }
-
-  const Place place;
-  const uint32_t id;
-  const milliseconds timeout;
-  milliseconds interval{0};
-  RangingQuery query;
-  // Rounds of one request never overlap, so these need no lock.
-  int32_t roundsLeft = 1;
-  TimePoint roundStart;
-};
-
 std::unique_ptr<Client> Client::Create(zv_loc_fw::VEXOClientListener& listener, const SourceMaker& makeSource) noexcept
     try {
   std::unique_ptr<Client> client(new Client(listener));
@@ -129,7 +59,7 @@ std::unique_ptr<Client> Client::Create(zv_loc_fw::VEXOClientListener& listener, 
 Client::~Client() { scheduler.Stop(); }
 
 Client::SendResult Client::Send(const zv_loc_fw::VEXORequest& request) noexcept try {
-  Place place(inFlight);
+  Place place(inFlight, 1, kMaxRequestsInFlight);
   if (!place.IsTaken()) {
     zv_loc_fw::log_warning(kTag, "request %u refused: %u are in flight\n", request.getRequestId(),
                            kMaxRequestsInFlight);
@@ -139,23 +69,16 @@ Client::SendResult Client::Send(const zv_loc_fw::VEXORequest& request) noexcept 
     return SendDiscovery(*discovery, std::move(place));
   }
   if (const auto* ranging = dynamic_cast<const zv_loc_fw::VEXORangingScanRequest*>(&request)) {
-    return SendRanging(std::make_shared<Ranging>(*ranging, std::move(place)));
+    return TakeRanging(*ranging, std::move(place));
   }
   if (const auto* periodic = dynamic_cast<const zv_loc_fw::VEXOPeriodicRangingScanRequest*>(&request)) {
-    return SendRanging(std::make_shared<Ranging>(*periodic, std::move(place)));
+    return TakeRanging(*periodic, std::move(place));
   }
   zv_loc_fw::log_error(kTag, "request %u refused: of no known kind\n", request.getRequestId());
   return kUnknownKind;
 } catch (const std::exception& e) {
   zv_loc_fw::log_error(kTag, "request %u refused: %s\n", request.getRequestId(), e.what());
   return kNoMemory;
-}
-
-template <typename Task>
-std::optional<Scheduler::TaskId> Client::Schedule(TimePoint when, Task&& task) noexcept try {
-  return scheduler.At(when, std::forward<Task>(task));
-} catch (const std::exception&) {
-  return std::nullopt;
 }
 
 // True for the first who asks, and only for them; then the timeout is called off. Not for the timeout itself, which may
@@ -179,7 +102,7 @@ Client::SendResult Client::SendDiscovery(const DiscoveryRequest& request, Place 
   }
 
   std::optional<Scheduler::TaskId>& timeout = discovery->answer.timeout;
-  timeout = Schedule(now + Timeout(request.timeoutMs, wifi::kDefaultTimeoutMs), [this, discovery] {
+  timeout = Schedule(now + BoundedTimeout(request.timeoutMs, wifi::kDefaultTimeoutMs), [this, discovery] {
     if (discovery->answer.Claim()) ReportCached(*discovery, ScanStatus::kTimedOut);
   });
   if (!timeout) return kNoMemory;
@@ -268,51 +191,6 @@ void Client::Report(Discovery& discovery, ScanStatus status, const std::vector<B
     response.scanStatus = static_cast<uint32_t>(ScanStatus::kFailed);
   }
   listener.responseReceived(&response);
-}
-
-Client::SendResult Client::SendRanging(RangingPointer ranging) {
-  if (!ranging->query.nodes.empty()) {
-    return StartRound(ranging, Scheduler::Clock::now()) ? kAccepted : kNoMemory;
-  }
-  ranging->roundsLeft = 1;
-  const auto refuse = [this, ranging] { Report(ranging, ScanStatus::kInvalidRequest); };
-  return Schedule(Scheduler::Clock::now(), refuse) ? kAccepted : kNoMemory;
-}
-
-// False when there is no memory; then nothing was begun.
-bool Client::StartRound(const RangingPointer& ranging, TimePoint start) noexcept try {
-  ranging->roundStart = start;
-  const AnswerPointer answer = std::make_shared<Answer>();
-  RangingDone done = [this, ranging, answer](ScanStatus status) {
-    Schedule(Scheduler::Clock::now(), [this, ranging, answer, status] {
-      if (Settle(*answer)) Report(ranging, status);
-    });
-  };
-  answer->timeout = Schedule(start + ranging->timeout, [this, ranging, answer] {
-    if (answer->Claim()) Report(ranging, ScanStatus::kTimedOut);
-  });
-  if (!answer->timeout) return false;
-  source->StartRanging({ranging, &ranging->query}, std::move(done));
-  return true;
-} catch (const std::bad_alloc&) {
-  return false;
-}
-
-void Client::Report(const RangingPointer& ranging, ScanStatus status) noexcept {
-  zv_loc_fw::VEXORangingScanResponse response(ranging->id);
-  response.scanStatus = static_cast<uint32_t>(status);
-  listener.responseReceived(&response);
-
-  if (--ranging->roundsLeft == 0) return;
-  const TimePoint next = std::max(ranging->roundStart + ranging->interval, Scheduler::Clock::now());
-  const auto nextRound = [this, ranging, next] {
-    if (!StartRound(ranging, next)) {
-      zv_loc_fw::log_error(kTag, "request %u: no memory, the remaining rounds are dropped\n", ranging->id);
-    }
-  };
-  if (!Schedule(next, nextRound)) {
-    zv_loc_fw::log_error(kTag, "request %u: no memory, the remaining rounds are dropped\n", ranging->id);
-  }
 }
 
 }  // namespace vexo_host

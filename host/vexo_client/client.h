@@ -4,11 +4,14 @@
 
 #include <atomic>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
+#include "host/vexo_client/in_flight.h"
 #include "host/vexo_client/measurement_cache.h"
 #include "host/vexo_client/scheduler.h"
 #include "host/vexo_client/source.h"
@@ -27,6 +30,11 @@ class Client final : public zv_loc_fw::VEXOClient {
   // Requests accepted and not answered, or still held by the source. Each costs about a kilobyte, plus its lists.
   static constexpr uint32_t kMaxRequestsInFlight = 65'536;
 
+  // Nodes of one ranging request: what the daemon's records can number. And those of all requests in flight; each costs
+  // about 60 bytes, and 500 more during a round.
+  static constexpr uint32_t kMaxRangingNodes = 65'536;
+  static constexpr uint32_t kMaxRangingNodesInFlight = 1'048'576;
+
   // What Send answers; sendRequest hands it out unchanged.
   enum SendResult : int32_t { kAccepted = 0, kUnknownKind = -1, kTooMany = -2, kNoMemory = -3 };
 
@@ -39,8 +47,6 @@ class Client final : public zv_loc_fw::VEXOClient {
   SendResult Send(const zv_loc_fw::VEXORequest& request) noexcept;
 
  private:
-  class Place;
-  struct Answer;
   struct Discovery;
   struct Ranging;
   using DiscoveryPointer = std::shared_ptr<Discovery>;
@@ -59,16 +65,23 @@ class Client final : public zv_loc_fw::VEXOClient {
   void ReportCached(Discovery& discovery, wifi::ScanStatus status) noexcept;
   void Report(Discovery& discovery, wifi::ScanStatus status, const std::vector<BssPointer>& candidates) noexcept;
 
+  template <typename Request>
+  SendResult TakeRanging(const Request& request, Place place);
   SendResult SendRanging(RangingPointer ranging);
   bool StartRound(const RangingPointer& ranging, TimePoint start) noexcept;
-  void Report(const RangingPointer& ranging, wifi::ScanStatus status) noexcept;
+  void Report(const RangingPointer& ranging, wifi::ScanStatus status, const std::vector<RangedPeer>& peers) noexcept;
 
   // Runs `task` on a thread of the scheduler. Nothing when there is no memory for it.
   template <typename Task>
-  std::optional<Scheduler::TaskId> Schedule(TimePoint when, Task&& task) noexcept;
+  std::optional<Scheduler::TaskId> Schedule(TimePoint when, Task&& task) noexcept try {
+    return scheduler.At(when, std::forward<Task>(task));
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
 
   zv_loc_fw::VEXOClientListener& listener;
   std::atomic<uint32_t> inFlight = 0;
+  std::atomic<uint32_t> nodesInFlight = 0;
   MeasurementCache cache;
   Scheduler scheduler;
   std::unique_ptr<MeasurementSource> source;

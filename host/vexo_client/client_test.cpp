@@ -6,7 +6,6 @@
 
 #include "host/vexo_client/scene/scene_source.h"
 #include "host/vexo_client/test_support.h"
-#include "host/wifi/ranging_parameters.h"
 
 namespace vexo_host {
 namespace {
@@ -221,42 +220,6 @@ TEST_F(ClientTest, ReportsNothingAfterItsEnd) {
   listener.Release(1);
   end.join();
   EXPECT_EQ(listener.WaitFor(1).size(), 1u);
-}
-
-TEST_F(ClientTest, ReportsEveryRoundOfAPeriodicRanging) {
-  const auto send = [&](uint32_t id, std::initializer_list<std::pair<int, int>> intervalsAndRounds) {
-    zv_loc_fw::vector<zv_loc_fw::VEXOPeriodicNodeInfo> nodes;
-    for (const auto& [interval, rounds] : intervalsAndRounds) {
-      zv_loc_fw::VEXOPeriodicNodeInfo node;
-      node.value5 = interval;
-      node.value6 = rounds;
-      nodes.push_back(node);
-    }
-    return client->Send(zv_loc_fw::VEXOPeriodicRangingScanRequest(id, nodes, 0));
-  };
-  const auto begun = std::chrono::steady_clock::now();
-  ASSERT_EQ(send(1, {{1, 2}, {5'000, 3}}), 0);  // the shortest interval, the most rounds
-  const std::vector<Report> reports = listener.WaitFor(3);
-  ASSERT_EQ(reports.size(), 3u);
-  EXPECT_GE(std::chrono::steady_clock::now() - begun, 2 * milliseconds(wifi::kMinRangingIntervalMs));
-  for (const Report& report : reports) {
-    EXPECT_EQ(report.type, zv_loc_fw::RESPONSE_TYPE_RANGING_SCAN);
-    EXPECT_EQ(report.id, 1u);
-    EXPECT_EQ(report.status, ScanStatus::kOk);
-  }
-  ASSERT_EQ(send(2, {{200, -4}}), 0);  // at least one round
-  EXPECT_EQ(listener.WaitFor(4).back().id, 2u);
-  ASSERT_EQ(send(3, {}), 0);
-  EXPECT_EQ(listener.WaitFor(5).back().status, ScanStatus::kInvalidRequest);
-}
-
-TEST_F(ClientTest, AnswersAOneShotRanging) {
-  zv_loc_fw::vector<zv_loc_fw::VEXONodeInfo> nodes;
-  nodes.push_back(zv_loc_fw::VEXONodeInfo());
-  ASSERT_EQ(client->Send(zv_loc_fw::VEXORangingScanRequest(8, nodes, 100)), 0);
-  const Report report = listener.WaitForOne();
-  EXPECT_EQ(report.id, 8u);
-  EXPECT_EQ(report.status, ScanStatus::kOk);
 }
 
 TEST(Client, TakesListsOfAnyLength) {

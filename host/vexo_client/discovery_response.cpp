@@ -2,10 +2,9 @@
 
 #include <time.h>
 
-#include <algorithm>
-#include <limits>
 #include <utility>
 
+#include "host/vexo_client/response_parts.h"
 #include "host/wifi/information_elements.h"
 
 namespace vexo_host {
@@ -18,25 +17,6 @@ uint64_t BootTimeUs() {
   timespec now{};
   clock_gettime(CLOCK_BOOTTIME, &now);
   return static_cast<uint64_t>(now.tv_sec) * 1'000'000 + static_cast<uint64_t>(now.tv_nsec) / 1'000;
-}
-
-uint32_t AgeMs(DiscoveryResponse::TimePoint takenAt, DiscoveryResponse::TimePoint now) {
-  const int64_t age = std::chrono::duration_cast<std::chrono::milliseconds>(now - takenAt).count();
-  return static_cast<uint32_t>(std::clamp<int64_t>(age, 0, std::numeric_limits<uint32_t>::max()));
-}
-
-// Lets `list` read `items`, which stay their owner's. Undone by Return before the list ends.
-template <typename T>
-void Lend(T* items, size_t count, zv_loc_fw::vector<T>& list) {
-  if (count == 0) return;
-  list.data = items;
-  list.capacity = list.count = static_cast<uint32_t>(count);
-}
-
-template <typename T>
-void Return(zv_loc_fw::vector<T>& list) {
-  list.data = nullptr;
-  list.capacity = list.count = 0;
 }
 
 void Describe(const Bss& bss, DiscoveryResponse::TimePoint now, VEXOFullBeaconScanMeasurement& measurement) {

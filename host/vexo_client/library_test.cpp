@@ -19,9 +19,11 @@ struct FirstReport {
 class Listener final : public VEXOClientListener {
  public:
   void responseReceived(VEXOResponse* response) override {
-    const auto* discovery = dynamic_cast<VEXODiscoveryScanResponse*>(response);
-    if (discovery == nullptr) return;
-    first.set_value({response->getRequestId(), discovery->scanStatus, discovery->measurements.count});
+    if (const auto* discovery = dynamic_cast<VEXODiscoveryScanResponse*>(response)) {
+      first.set_value({response->getRequestId(), discovery->scanStatus, discovery->measurements.count});
+    } else if (const auto* ranging = dynamic_cast<VEXORangingScanResponse*>(response)) {
+      first.set_value({response->getRequestId(), ranging->scanStatus, ranging->measurements.count});
+    }
   }
   std::promise<FirstReport> first;
 };
@@ -60,6 +62,24 @@ TEST(Library, ScansWithTheSourceOfTheEnvironment) {
     EXPECT_NE(client->sendRequest(nullptr), 0);
   }
   EXPECT_EQ(VEXOClient::createInstance(nullptr, true, static_cast<VEXOClient::eLogLevel>(2)), nullptr);
+}
+
+TEST(Library, RangesInTheScene) {
+  setenv("VEXO_SOURCE", "scene:delay=1", 1);
+  Listener listener;
+  const std::unique_ptr<VEXOClient> client(
+      VEXOClient::createInstance(&listener, true, static_cast<VEXOClient::eLogLevel>(2)));
+  ASSERT_NE(client, nullptr);
+  vector<VEXONodeInfo> nodes;
+  for (int i = 0; i < 3; ++i) nodes.push_back(VEXONodeInfo());
+  VEXORangingScanRequest request(77, nodes, 60'000);
+  ASSERT_EQ(client->sendRequest(&request), 0);
+  std::future<FirstReport> future = listener.first.get_future();
+  ASSERT_EQ(future.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+  const FirstReport report = future.get();
+  EXPECT_EQ(report.id, 77u);
+  EXPECT_EQ(report.status, static_cast<uint32_t>(wifi::ScanStatus::kOk));
+  EXPECT_EQ(report.measurements, 3u);
 }
 
 TEST(Library, ShowsThePlatformsSymbolsAndNoOthers) {

@@ -8,19 +8,15 @@
 
 #include "host/vexo_client/bss.h"
 #include "host/vexo_client/discovery_query.h"
+#include "host/vexo_client/ranging_query.h"
 #include "host/wifi/measurement_values.h"
-#include "platform/vexo_types.h"
 
 namespace vexo_host {
 
 // Called exactly once for each scan that was started, on any thread, also from inside the call that started it; never
 // after the source's destructor has returned, which drops those still to come. It returns quickly and throws nothing.
 using ScanDone = std::function<void(wifi::ScanStatus status, std::vector<Bss> found)>;
-using RangingDone = std::function<void(wifi::ScanStatus status)>;
-
-struct RangingQuery {
-  std::vector<zv_loc_fw::VEXONodeInfo> nodes;
-};
+using RangingDone = std::function<void(wifi::ScanStatus status, std::vector<RangedPeer> peers)>;
 
 // Any thread may call any method. None waits for a measurement: a request must never hold up another.
 class MeasurementSource {
@@ -30,7 +26,7 @@ class MeasurementSource {
   // Listens on the channels that `query` admits at least. What else it hears it may report: the caller filters.
   virtual void StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept = 0;
 
-  // Measures the distance to each node once.
+  // Measures the distance to each node once. With kOk, `peers` has an entry for each node, in their order; else none.
   virtual void StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept = 0;
 };
 

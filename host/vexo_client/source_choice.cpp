@@ -18,7 +18,7 @@ class UnavailableSource final : public MeasurementSource {
     done(wifi::ScanStatus::kUnavailable, {});
   }
   void StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept override {
-    done(wifi::ScanStatus::kUnavailable);
+    done(wifi::ScanStatus::kUnavailable, {});
   }
 };
 

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "marshal/measurement_marshal.h"
 #include "platform/log.h"
 
 namespace vexo_host {
@@ -30,6 +31,25 @@ Heard Copy(const zv_loc_fw::VEXOScanMeasurement& measurement) {
     }
   }
   return heard;
+}
+
+uint64_t Bits(uint32_t hi24, uint32_t lo24) { return uint64_t{hi24} << 24 | lo24; }
+
+Ranged CopyRanged(const zv_loc_fw::VEXOScanMeasurement& measurement) {
+  Ranged ranged;
+  if (measurement.getMeasurementType() != zv_loc_fw::MEASUREMENT_TYPE_RANGING) return ranged;
+  RangingData data;
+  MarshalRanging(data, static_cast<const zv_loc_fw::VEXORangingScanMeasurement*>(&measurement));
+  const WifiScanMeasurement& record = data.scanMeasurements[0];
+  ranged.bssid = Bits(record.bssidHi24, record.bssidLo24);
+  ranged.ssidValid = record.ssidValid != 0;
+  for (uint32_t i = 0; i < record.macCount; ++i) {
+    const WifiMacAddress& address = data.wifiMacAddresses[record.firstMacIndex + i];
+    ranged.addresses.push_back(Bits(address.hi24, address.lo24));
+  }
+  ranged.scanned = wifi::LoadScanValues(record);
+  if (record.infoCount == 1) ranged.values = wifi::LoadRangingValues(data.measurementInfos[0]);
+  return ranged;
 }
 
 std::mutex logMutex;
@@ -58,8 +78,11 @@ Report Copy(zv_loc_fw::VEXOResponse& response) {
       report.heard.push_back(Copy(*discovery.measurements[i]));
     }
   } else {
-    report.status =
-        static_cast<wifi::ScanStatus>(static_cast<zv_loc_fw::VEXORangingScanResponse&>(response).scanStatus);
+    const auto& ranging = static_cast<zv_loc_fw::VEXORangingScanResponse&>(response);
+    report.status = static_cast<wifi::ScanStatus>(ranging.scanStatus);
+    for (uint32_t i = 0; i < ranging.measurements.count; ++i) {
+      report.ranged.push_back(CopyRanged(*ranging.measurements[i]));
+    }
   }
   return report;
 }
@@ -97,6 +120,11 @@ bool RecordingListener::WaitUntilHeld(size_t count) {
   return changed.wait_for(lock, kPatienceOfTests, [&] { return inProgress >= count; });
 }
 
+size_t RecordingListener::InProgress() {
+  const std::lock_guard lock(mutex);
+  return inProgress;
+}
+
 void FakeSource::StartScan(std::shared_ptr<const DiscoveryQuery>, ScanDone done) noexcept {
   const std::lock_guard lock(mutex);
   scans.push_back(std::move(done));
@@ -104,7 +132,7 @@ void FakeSource::StartScan(std::shared_ptr<const DiscoveryQuery>, ScanDone done)
 }
 
 void FakeSource::StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept {
-  done(wifi::ScanStatus::kOk);
+  done(wifi::ScanStatus::kFailed, {});
 }
 
 void FakeSource::Answer(size_t scan, wifi::ScanStatus status, std::vector<Bss> found) {

@@ -14,6 +14,7 @@
 
 #include "host/vexo_client/source.h"
 #include "host/wifi/measurement_values.h"
+#include "host/wifi/ranging_values.h"
 #include "platform/vexo_client.h"
 
 namespace vexo_host {
@@ -27,6 +28,15 @@ struct Heard {
   std::vector<uint8_t> elements;
 };
 
+// A ranging measurement as the daemon's records tell it.
+struct Ranged {
+  uint64_t bssid = 0;
+  bool ssidValid = false;
+  std::vector<uint64_t> addresses;
+  wifi::ScanValues scanned;
+  wifi::RangingValues values;
+};
+
 struct Report {
   uint32_t id = 0;
   int32_t type = 0;
@@ -34,6 +44,7 @@ struct Report {
   uint32_t considered = 0;
   uint64_t madeAtUs = 0;
   std::vector<Heard> heard;
+  std::vector<Ranged> ranged;
 };
 
 Report Copy(zv_loc_fw::VEXOResponse& response);
@@ -50,6 +61,7 @@ class RecordingListener final : public zv_loc_fw::VEXOClientListener {
   void Hold(uint32_t id);
   void Release(uint32_t id);
   bool WaitUntilHeld(size_t count);  // that many reports are in progress
+  size_t InProgress();
 
  private:
   std::mutex mutex;
@@ -59,7 +71,7 @@ class RecordingListener final : public zv_loc_fw::VEXOClientListener {
   size_t inProgress = 0;
 };
 
-// Keeps what it is asked for until the test answers. Ranging is answered at once.
+// Keeps what it is asked for until the test answers. Ranging is answered at once as failed.
 class FakeSource final : public MeasurementSource {
  public:
   void StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override;

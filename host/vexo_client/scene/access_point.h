@@ -25,6 +25,10 @@ enum class Security : uint8_t {
 // How its beacons give the SSID.
 enum class SsidInBeacon : uint8_t { kShown, kEmpty, kZeroed };
 
+// What a request for a fine timing measurement brings. In all cases but the first the extended capabilities say that it
+// is answered.
+enum class Ftm : uint8_t { kNone, kAnswers, kSilent, kRefuses, kBusy };
+
 struct Position {
   double x, y, z;  // metres; x to the east, y to the north, z up
 };
@@ -38,9 +42,9 @@ struct AccessPoint {
   uint32_t widthMhz = 20;
   Phy phy = Phy::kHt;
   Security security = Security::kOpen;
-  bool ftmResponder = false;  // answers fine timing measurements
-  bool sitePlan = false;      // sends the vendor element with OUI 02-4B-9E
-  int32_t transmitDbm = 20;   // at the antenna
+  Ftm ftm = Ftm::kNone;
+  bool sitePlan = false;     // sends the vendor element with OUI 02-4B-9E
+  int32_t transmitDbm = 20;  // at the antenna
   Position position{0, 0, 0};
   uint64_t partnerBssid = 0;  // of the other half of an OWE transition pair
   std::string partnerSsid;

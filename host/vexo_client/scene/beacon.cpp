@@ -174,9 +174,9 @@ void WriteExtendedCapabilities(const AccessPoint& ap, ElementWriter& out) {
   out.Octets({0x04, 0x00, 0x08, 0x00, 0x00, 0x00});  // channel switching (2), BSS transition (19)
   out.U8(ap.utf8Ssid ? 0x01u : 0x00u);               // the SSID is UTF-8 (48)
   out.U8(0x40);                                      // operating mode notification (62)
-  if (ap.ftmResponder || ap.phy >= Phy::kHe) {
-    out.U8(ap.ftmResponder ? 0x40u : 0x00u);     // fine timing measurement responder (70)
-    if (ap.phy >= Phy::kHe) out.Octets({0x40});  // target wake time responder (78)
+  if (ap.ftm != Ftm::kNone || ap.phy >= Phy::kHe) {
+    out.U8(ap.ftm != Ftm::kNone ? 0x40u : 0x00u);  // fine timing measurement responder (70)
+    if (ap.phy >= Phy::kHe) out.Octets({0x40});    // target wake time responder (78)
   }
 }
 

@@ -27,25 +27,26 @@ struct BuiltIn {
   uint32_t frequencyMhz, widthMhz;
   Phy phy;
   Security security;
+  Ftm ftm;
   int32_t transmitDbm;
   Position position;
 };
 
 // What an SSID needs beyond these is set in MakeBuiltIn.
 constexpr std::array<BuiltIn, kBuiltInAccessPoints> kBuiltIn{{
-    {0x02A0C9114501, "Linden 12", 2412, 20, Phy::kHt, Security::kWpa2Psk, 20, {4, 3, 2.2}},
-    {0x02A0C9114505, "Linden 12", 5180, 80, Phy::kVht, Security::kWpa2Psk, 23, {4, 3, 2.2}},
-    {0x06D41E7720A0, "Kaffee Gr\xC3\xBCn", 2437, 20, Phy::kHt, Security::kOpen, 20, {-18, 25, 3}},
-    {0x0240F4031299, "old-printer", 2462, 20, Phy::kDsss, Security::kWep, 15, {11, -6, 0.8}},
-    {0x026045AA0815, "WLAN-0815", 2462, 20, Phy::kErp, Security::kWpaPsk, 17, {-30, -12, 5}},
-    {0x0AF58A61C0D0, "Werk3-Corp", 5220, 80, Phy::kHe, Security::kWpa2Enterprise, 23, {22, 40, 4}},
-    {0x0E7C33905A20, "Aurora", 6135, 320, Phy::kEht, Security::kWpa3Sae, 23, {-2, 5, 2.4}},
-    {0x0E7C33905A21, "Aurora", 5500, 160, Phy::kHe, Security::kWpa2Wpa3Transition, 24, {-2, 5, 2.4}},
-    {kLibraryOpen, kLibrarySsid, 5260, 80, Phy::kVht, Security::kOweTransition, 23, {55, -20, 6}},
-    {kLibraryOwe, kLibraryOweSsid, 5260, 80, Phy::kVht, Security::kOwe, 23, {55, -20, 6}},
-    {0x02BBCC01F00D, "Caf\xE9 M\xFCller", 2437, 20, Phy::kHe, Security::kOwe, 20, {-40, 8, 3}},
-    {0x02E0FC5510B7, "backoffice", 2472, 40, Phy::kHt, Security::kWpa2Psk, 20, {9, 31, 3}},
-    {0x02005E00DEAD, "\x1B[31mred\x1B[0m\r\n\x07", 2422, 20, Phy::kHt, Security::kOpen, 20, {13, 14, 1}},
+    {0x02A0C9114501, "Linden 12", 2412, 20, Phy::kHt, Security::kWpa2Psk, Ftm::kNone, 20, {4, 3, 2.2}},
+    {0x02A0C9114505, "Linden 12", 5180, 80, Phy::kVht, Security::kWpa2Psk, Ftm::kAnswers, 23, {4, 3, 2.2}},
+    {0x06D41E7720A0, "Kaffee Gr\xC3\xBCn", 2437, 20, Phy::kHt, Security::kOpen, Ftm::kAnswers, 20, {-18, 25, 3}},
+    {0x0240F4031299, "old-printer", 2462, 20, Phy::kDsss, Security::kWep, Ftm::kNone, 15, {11, -6, 0.8}},
+    {0x026045AA0815, "WLAN-0815", 2462, 20, Phy::kErp, Security::kWpaPsk, Ftm::kNone, 17, {-30, -12, 5}},
+    {0x0AF58A61C0D0, "Werk3-Corp", 5220, 80, Phy::kHe, Security::kWpa2Enterprise, Ftm::kAnswers, 23, {22, 40, 4}},
+    {0x0E7C33905A20, "Aurora", 6135, 320, Phy::kEht, Security::kWpa3Sae, Ftm::kAnswers, 23, {-2, 5, 2.4}},
+    {0x0E7C33905A21, "Aurora", 5500, 160, Phy::kHe, Security::kWpa2Wpa3Transition, Ftm::kAnswers, 24, {-2, 5, 2.4}},
+    {kLibraryOpen, kLibrarySsid, 5260, 80, Phy::kVht, Security::kOweTransition, Ftm::kRefuses, 23, {55, -20, 6}},
+    {kLibraryOwe, kLibraryOweSsid, 5260, 80, Phy::kVht, Security::kOwe, Ftm::kBusy, 23, {55, -20, 6}},
+    {0x02BBCC01F00D, "Caf\xE9 M\xFCller", 2437, 20, Phy::kHe, Security::kOwe, Ftm::kSilent, 20, {-40, 8, 3}},
+    {0x02E0FC5510B7, "backoffice", 2472, 40, Phy::kHt, Security::kWpa2Psk, Ftm::kNone, 20, {9, 31, 3}},
+    {0x02005E00DEAD, "\x1B[31mred\x1B[0m\r\n\x07", 2422, 20, Phy::kHt, Security::kOpen, Ftm::kNone, 20, {13, 14, 1}},
 }};
 
 AccessPoint MakeBuiltIn(const BuiltIn& entry) {
@@ -59,7 +60,7 @@ AccessPoint MakeBuiltIn(const BuiltIn& entry) {
   ap.transmitDbm = entry.transmitDbm;
   ap.position = entry.position;
   ap.utf8Ssid = entry.ssid.starts_with("Kaffee");
-  ap.ftmResponder = entry.phy >= Phy::kHe;
+  ap.ftm = entry.ftm;
   ap.sitePlan = entry.security == Security::kWpa2Enterprise;
   if (entry.ssid == "backoffice") ap.ssidInBeacon = SsidInBeacon::kZeroed;
   if (entry.bssid == kLibraryOpen) {
@@ -117,7 +118,7 @@ AccessPoint Generate(uint32_t index, uint64_t seed) {
                                   Security::kWpa2Wpa3Transition, Security::kWpa3Sae},
                        noise);
   }
-  ap.ftmResponder = ap.phy >= Phy::kVht && noise.Below(3) == 0;
+  if (ap.phy >= Phy::kVht && noise.Below(3) == 0) ap.ftm = Ftm::kAnswers;
   ap.sitePlan = noise.Below(10) == 0;
   ap.transmitDbm = static_cast<int32_t>(15 + noise.Below(10));
 

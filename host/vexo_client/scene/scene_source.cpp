@@ -21,7 +21,8 @@ SceneSource::SceneSource(const SceneOptions& someOptions, Scheduler& someSchedul
     : options(someOptions),
       scheduler(someScheduler),
       begun(std::chrono::steady_clock::now()),
-      accessPoints(MakeNeighbourhood(someOptions.accessPoints, someOptions.seed)) {}
+      accessPoints(MakeNeighbourhood(someOptions.accessPoints, someOptions.seed)),
+      ranging(accessPoints, someOptions.seed) {}
 
 void SceneSource::StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept {
   bool begunScan = false;
@@ -75,8 +76,27 @@ Bss SceneSource::Hear(const AccessPoint& ap, const DiscoveryQuery& query,
   return bss;
 }
 
-void SceneSource::StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept {
-  done(ScanStatus::kUnsupported);
+void SceneSource::StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept {
+  bool begunRound = false;
+  try {
+    const auto range = [this, query = std::move(query), round = nextRound++, done] { Range(*query, round, done); };
+    begunRound = scheduler.At(Scheduler::Clock::now() + options.delay, range).has_value();
+  } catch (const std::bad_alloc&) {
+    // Answered below.
+  }
+  if (!begunRound) done(ScanStatus::kFailed, {});
+}
+
+void SceneSource::Range(const RangingQuery& query, uint64_t round, const RangingDone& done) const noexcept {
+  std::vector<RangedPeer> peers;
+  ScanStatus status = ScanStatus::kOk;
+  try {
+    peers = ranging.Measure(query, round, options.delay);
+  } catch (const std::bad_alloc&) {
+    zv_loc_fw::log_error("vexo_client", "no memory for a ranging in the scene\n");
+    status = ScanStatus::kFailed;
+  }
+  done(status, std::move(peers));
 }
 
 }  // namespace vexo_host

@@ -2,17 +2,19 @@
 #ifndef KESD_HOST_VEXO_CLIENT_SCENE_SCENE_SOURCE_H_
 #define KESD_HOST_VEXO_CLIENT_SCENE_SCENE_SOURCE_H_
 
+#include <atomic>
 #include <chrono>
 #include <vector>
 
+#include "host/vexo_client/scene/ranging.h"
 #include "host/vexo_client/scene/scene_options.h"
 #include "host/vexo_client/scheduler.h"
 #include "host/vexo_client/source.h"
 
 namespace vexo_host {
 
-// Hears every access point on the channels asked for. The same options give the same measurements, but for the
-// timestamps, which run on.
+// Hears every access point on the channels asked for, and ranges every node asked for. The same options give the same
+// measurements, but for the timestamps, which run on, and the noise of ranging, which each round has of its own.
 class SceneSource final : public MeasurementSource {
  public:
   // Throws std::bad_alloc.
@@ -23,12 +25,15 @@ class SceneSource final : public MeasurementSource {
 
  private:
   void Scan(const DiscoveryQuery& query, const ScanDone& done) const noexcept;
+  void Range(const RangingQuery& query, uint64_t round, const RangingDone& done) const noexcept;
   Bss Hear(const AccessPoint& ap, const DiscoveryQuery& query, std::chrono::steady_clock::time_point now) const;
 
   const SceneOptions options;
   Scheduler& scheduler;
   const std::chrono::steady_clock::time_point begun;
   const std::vector<AccessPoint> accessPoints;
+  const SceneRanging ranging;
+  std::atomic<uint64_t> nextRound = 0;  // in the order in which they are asked for
 };
 
 }  // namespace vexo_host

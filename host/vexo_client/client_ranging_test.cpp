@@ -1,0 +1,243 @@
+// Ranging through a client that measures the built-in scene.
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <memory>
+#include <set>
+#include <thread>
+#include <utility>
+
+#include "host/vexo_client/client.h"
+#include "host/vexo_client/scene/scene_source.h"
+#include "host/vexo_client/source_choice.h"
+#include "host/vexo_client/test_support.h"
+#include "host/wifi/ranging_parameters.h"
+
+namespace vexo_host {
+namespace {
+
+using std::chrono::milliseconds;
+using wifi::RangingStatus;
+using wifi::ScanStatus;
+using zv_loc_fw::VEXOPeriodicRangingScanRequest;
+using zv_loc_fw::VEXORangingScanRequest;
+
+constexpr uint64_t kAnswers = 0x0E7C33905A20, kNotCapable = 0x02A0C9114501, kUnknown = 0x123456789ABC;
+
+template <typename Node = zv_loc_fw::VEXONodeInfo>
+Node NodeOf(uint64_t address) {
+  Node node;
+  node.address.setMac(static_cast<int>(address >> 24), static_cast<int>(address & 0xFFFFFF));
+  return node;
+}
+
+zv_loc_fw::VEXOPeriodicNodeInfo PeriodicNode(uint64_t address, int32_t intervalMs, int32_t rounds) {
+  auto node = NodeOf<zv_loc_fw::VEXOPeriodicNodeInfo>(address);
+  node.value5 = intervalMs;
+  node.value6 = rounds;
+  return node;
+}
+
+class RangingClient : public testing::Test {
+ protected:
+  void Make(const char* source) {
+    client = Client::Create(listener, [=](Scheduler& scheduler) { return MakeSource(source, scheduler); });
+    ASSERT_NE(client, nullptr);
+  }
+
+  int32_t Send(uint32_t id, std::initializer_list<uint64_t> addresses, long timeoutMs = 0) {
+    zv_loc_fw::vector<zv_loc_fw::VEXONodeInfo> nodes;
+    for (const uint64_t address : addresses) nodes.push_back(NodeOf(address));
+    return client->Send(VEXORangingScanRequest(id, nodes, timeoutMs));
+  }
+
+  int32_t SendPeriodic(uint32_t id, std::initializer_list<std::pair<int32_t, int32_t>> intervalsAndRounds,
+                       long timeoutMs = 0) {
+    zv_loc_fw::vector<zv_loc_fw::VEXOPeriodicNodeInfo> nodes;
+    for (const auto& [interval, rounds] : intervalsAndRounds) nodes.push_back(PeriodicNode(kAnswers, interval, rounds));
+    return client->Send(VEXOPeriodicRangingScanRequest(id, nodes, timeoutMs));
+  }
+
+  RecordingListener listener;
+  std::unique_ptr<Client> client;
+};
+
+TEST_F(RangingClient, ReportsOneMeasurementForEachNodeInTheirOrder) {
+  Make("scene:delay=0");
+  zv_loc_fw::vector<zv_loc_fw::VEXONodeInfo> nodes;
+  nodes.push_back(NodeOf(kUnknown));
+  nodes.push_back(NodeOf(kAnswers));
+  nodes.push_back(NodeOf(kNotCapable));
+  nodes.push_back(NodeOf(kAnswers));  // once more: an entry of its own
+  nodes[1].secondAddress = NodeOf(0xAABBCC000001).address;
+  ASSERT_EQ(client->Send(VEXORangingScanRequest(8, nodes, 0)), 0);
+  const Report report = listener.WaitForOne();
+  EXPECT_EQ(report.id, 8u);
+  EXPECT_EQ(report.type, zv_loc_fw::RESPONSE_TYPE_RANGING_SCAN);
+  EXPECT_EQ(report.status, ScanStatus::kOk);
+  ASSERT_EQ(report.ranged.size(), 4u);
+
+  const struct {
+    uint64_t bssid;
+    std::vector<uint64_t> addresses;
+    RangingStatus status;
+    uint32_t frequencyMhz;
+  } expected[] = {
+      {kUnknown, {kUnknown}, RangingStatus::kUnknownPeer, 0},
+      {kAnswers, {kAnswers, 0xAABBCC000001}, RangingStatus::kSuccess, 6135},
+      {kNotCapable, {kNotCapable}, RangingStatus::kNotCapable, 2412},
+      {kAnswers, {kAnswers}, RangingStatus::kSuccess, 6135},
+  };
+  for (size_t i = 0; i < 4; ++i) {
+    SCOPED_TRACE(i);
+    const Ranged& ranged = report.ranged[i];
+    EXPECT_EQ(ranged.bssid, expected[i].bssid);
+    EXPECT_EQ(ranged.addresses, expected[i].addresses);
+    EXPECT_EQ(ranged.values.status, expected[i].status);
+    EXPECT_EQ(ranged.scanned.frequencyMhz, expected[i].frequencyMhz);
+    EXPECT_EQ(ranged.scanned.signalMbm == wifi::kSignalUnknown, expected[i].frequencyMhz == 0);
+    EXPECT_LT(ranged.scanned.ageMs, 60'000u);
+    EXPECT_FALSE(ranged.ssidValid);
+  }
+  EXPECT_NE(report.ranged[1].values.rttPs, report.ranged[3].values.rttPs);
+}
+
+TEST_F(RangingClient, HasNoMeasurementsWhenTheSourceCannotRange) {
+  const struct {
+    const char* source;
+    ScanStatus status;
+  } cases[] = {{"capture:/nonexistent", ScanStatus::kUnsupported}, {"tea leaves", ScanStatus::kUnavailable}};
+  size_t reports = 0;
+  for (const auto& c : cases) {
+    Make(c.source);
+    ASSERT_EQ(Send(1, {kAnswers}), 0);
+    const std::vector<Report> all = listener.WaitFor(++reports);
+    ASSERT_EQ(all.size(), reports);
+    EXPECT_EQ(all.back().status, c.status);
+    EXPECT_TRUE(all.back().ranged.empty());
+  }
+}
+
+TEST_F(RangingClient, SaysOfEachNodeThatItWasNotMeasuredWhenTheTimeoutPassesFirst) {
+  Make("scene:delay=600000");
+  ASSERT_EQ(Send(1, {kAnswers, kUnknown}, 1), 0);
+  ASSERT_EQ(listener.WaitFor(1).size(), 1u);
+  ASSERT_EQ(SendPeriodic(2, {{100, 2}}, 1), 0);  // each round on its own
+  const std::vector<Report> reports = listener.WaitFor(3);
+  ASSERT_EQ(reports.size(), 3u);
+  for (const Report& report : reports) {
+    EXPECT_EQ(report.status, ScanStatus::kTimedOut);
+    ASSERT_EQ(report.ranged.size(), report.id == 1 ? 2u : 1u);
+    for (const Ranged& ranged : report.ranged) EXPECT_EQ(ranged.values.status, RangingStatus::kNotMeasured);
+    EXPECT_EQ(report.ranged[0].bssid, kAnswers);
+  }
+}
+
+TEST_F(RangingClient, ReportsEveryRoundOfAPeriodicRequest) {
+  Make("scene:delay=0");
+  const auto begun = std::chrono::steady_clock::now();
+  ASSERT_EQ(SendPeriodic(1, {{1, 2}, {5'000, 3}}), 0);  // the shortest interval, the most rounds
+  const std::vector<Report> reports = listener.WaitFor(3);
+  ASSERT_EQ(reports.size(), 3u);
+  EXPECT_GE(std::chrono::steady_clock::now() - begun, 2 * milliseconds(wifi::kMinRangingIntervalMs));
+  std::set<int64_t> times;
+  for (const Report& report : reports) {
+    EXPECT_EQ(report.id, 1u);
+    EXPECT_EQ(report.status, ScanStatus::kOk);
+    ASSERT_EQ(report.ranged.size(), 2u);
+    for (const Ranged& ranged : report.ranged) times.insert(ranged.values.rttPs);
+  }
+  EXPECT_EQ(times.size(), 6u) << "each measurement has noise of its own";
+  ASSERT_EQ(SendPeriodic(2, {{200, -4}}), 0);  // at least one round
+  EXPECT_EQ(listener.WaitFor(4).back().id, 2u);
+  for (const uint32_t id : {3u, 4u}) {
+    ASSERT_EQ(id == 3 ? SendPeriodic(id, {}) : Send(id, {}), 0);
+    const Report report = listener.WaitFor(id + 2).back();
+    EXPECT_EQ(report.id, id);  // and no further round of the others
+    EXPECT_EQ(report.status, ScanStatus::kInvalidRequest);
+  }
+}
+
+TEST_F(RangingClient, BeginsARoundOnlyWhenTheOneBeforeIsReported) {
+  Make("scene:delay=0");
+  listener.Hold(1);
+  ASSERT_EQ(SendPeriodic(1, {{100, 2}}), 0);
+  ASSERT_TRUE(listener.WaitUntilHeld(1));
+  ASSERT_EQ(SendPeriodic(2, {{100, 4}}), 0);
+  for (const Report& report : listener.WaitFor(4)) EXPECT_EQ(report.id, 2u);  // 300 ms have passed
+  EXPECT_EQ(listener.InProgress(), 1u);
+  listener.Release(1);
+  EXPECT_EQ(listener.WaitFor(6).size(), 6u);
+}
+
+TEST_F(RangingClient, GivesTheSameResultsForTheSameRequests) {
+  std::vector<int64_t> distances[3];
+  const char* const sources[] = {"scene:delay=0", "scene:delay=0", "scene:delay=0,seed=2"};
+  size_t reports = 0;
+  for (size_t run = 0; run < 3; ++run) {
+    Make(sources[run]);
+    for (uint32_t id = 0; id < 20; ++id) {
+      ASSERT_EQ(Send(id, {kAnswers, kUnknown, kAnswers}), 0);
+      const std::vector<Report> all = listener.WaitFor(++reports);
+      ASSERT_EQ(all.size(), reports);
+      for (const Ranged& ranged : all.back().ranged) distances[run].push_back(ranged.values.rttPs);
+    }
+  }
+  EXPECT_EQ(distances[0], distances[1]);
+  EXPECT_NE(distances[0], distances[2]);
+}
+
+TEST_F(RangingClient, TakesAsManyNodesAsTheRecordsCanNumberAndNoMore) {
+  Make("scene:aps=20000,delay=0");
+  for (const uint32_t count : {1'000u, Client::kMaxRangingNodes}) {
+    zv_loc_fw::vector<zv_loc_fw::VEXONodeInfo> nodes;
+    for (uint32_t i = 0; i < count; ++i) nodes.push_back(NodeOf(0x021A00000000 + i));
+    ASSERT_EQ(client->Send(VEXORangingScanRequest(count, nodes, 3'600'000)), 0);
+    const Report report = listener.WaitFor(count == 1'000 ? 1 : 2).back();
+    ASSERT_EQ(report.id, count);
+    EXPECT_EQ(report.status, ScanStatus::kOk);
+    ASSERT_EQ(report.ranged.size(), count);
+    size_t measured = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+      ASSERT_EQ(report.ranged[i].bssid, 0x021A00000000 + i);
+      measured += report.ranged[i].values.status == RangingStatus::kSuccess;
+    }
+    EXPECT_GT(measured, count / 50);
+  }
+  zv_loc_fw::vector<zv_loc_fw::VEXOPeriodicNodeInfo> tooMany;
+  for (uint32_t i = 0; i <= Client::kMaxRangingNodes; ++i) tooMany.push_back(PeriodicNode(i, 100, 1));
+  EXPECT_EQ(client->Send(VEXOPeriodicRangingScanRequest(9, tooMany, 0)), Client::kTooMany);
+}
+
+TEST_F(RangingClient, BoundsTheNodesInFlightAndGivesTheirPlacesBack) {
+  Make("scene:delay=600000");
+  zv_loc_fw::vector<zv_loc_fw::VEXONodeInfo> nodes;
+  for (uint32_t i = 0; i < Client::kMaxRangingNodes; ++i) nodes.push_back(NodeOf(i));
+  ASSERT_EQ(Send(1, {kUnknown}), 0);
+  uint32_t accepted = 0;
+  while (accepted < 100 && client->Send(VEXORangingScanRequest(2, nodes, 3'600'000)) == 0) ++accepted;
+  EXPECT_EQ(accepted, Client::kMaxRangingNodesInFlight / Client::kMaxRangingNodes - 1);
+  EXPECT_EQ(Send(3, {kUnknown}), 0) << "the refused one took no places";
+}
+
+TEST_F(RangingClient, ReportsNothingAfterItsEnd) {
+  Make("scene:delay=5");
+  listener.Hold(1);
+  ASSERT_EQ(SendPeriodic(1, {{100, 1'000}}), 0);
+  ASSERT_TRUE(listener.WaitUntilHeld(1));
+  for (uint32_t id = 2; id < 200; ++id) {
+    ASSERT_EQ(id % 2 == 0 ? Send(id, {kAnswers}) : SendPeriodic(id, {{100, 1'000}}), 0);
+  }
+  std::thread end([&] { client.reset(); });
+  listener.Release(1);
+  end.join();
+  const size_t reports = listener.WaitFor(1).size();
+  Make("scene:delay=0");  // a whole further life, in which the old requests must stay silent
+  ASSERT_EQ(SendPeriodic(1'000, {{100, 3}}), 0);
+  const std::vector<Report> all = listener.WaitFor(reports + 3);
+  ASSERT_EQ(all.size(), reports + 3);
+  for (size_t i = reports; i < all.size(); ++i) EXPECT_EQ(all[i].id, 1'000u);
+}
+
+}  // namespace
+}  // namespace vexo_host

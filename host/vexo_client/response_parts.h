@@ -1,0 +1,37 @@
+// What the library's responses are put together with.
+#ifndef KESD_HOST_VEXO_CLIENT_RESPONSE_PARTS_H_
+#define KESD_HOST_VEXO_CLIENT_RESPONSE_PARTS_H_
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+#include "support/vector.h"
+
+namespace vexo_host {
+
+// Lets `list`, which is empty, read an array that stays its owner's, so that all lists of a response lie in a few
+// blocks. Undone by Return before the list ends.
+template <typename T>
+void Lend(T* items, size_t count, zv_loc_fw::vector<T>& list) {
+  if (count == 0) return;
+  list.data = items;
+  list.capacity = list.count = static_cast<uint32_t>(count);
+}
+
+template <typename T>
+void Return(zv_loc_fw::vector<T>& list) {
+  list.data = nullptr;
+  list.capacity = list.count = 0;
+}
+
+inline uint32_t AgeMs(std::chrono::steady_clock::time_point takenAt, std::chrono::steady_clock::time_point now) {
+  const int64_t age = std::chrono::duration_cast<std::chrono::milliseconds>(now - takenAt).count();
+  return static_cast<uint32_t>(std::clamp<int64_t>(age, 0, std::numeric_limits<uint32_t>::max()));
+}
+
+}  // namespace vexo_host
+
+#endif  // KESD_HOST_VEXO_CLIENT_RESPONSE_PARTS_H_
