@@ -1,52 +1,14 @@
 #include "client/client.h"
 
 #include <new>
+#include <vector>
 
-#include "client/discovery_receiver.h"
+#include "client/invocation.h"
 #include "client/socket_connect.h"
 #include "host/fenksocket/limits.h"
 #include "ipc/services.h"
 
 namespace kes {
-namespace {
-
-ObjectArg InputBuffer(const void* first, std::size_t size) {
-  ObjectArg arg{};
-  arg.buffer.ptr = size == 0 ? nullptr : const_cast<void*>(first);  // the contract has one view for both directions
-  arg.buffer.size = size;
-  return arg;
-}
-
-template <typename Record>
-ObjectArg InputBuffer(const std::vector<Record>& records) {
-  return InputBuffer(records.data(), records.size() * sizeof(Record));
-}
-
-Error Disconnected(const fenk::Connection& connection) {
-  const fenk::ConnectionEnd end = connection.End();
-  if (end.kind == fenk::EndKind::kViolation) return {ErrorKind::kProtocol, end.what};
-  return {ErrorKind::kDisconnected, "the daemon ended the connection"};
-}
-
-// What an invocation of the daemon's object came to, when it did not answer OBJECT_OK.
-Error InvocationError(int32_t code, const fenk::Connection& connection) {
-  switch (code) {
-    case fenk::kErrorDisconnected:
-      return Disconnected(connection);
-    case fenk::kErrorTimedOut:
-      return {ErrorKind::kTimedOut, "the daemon did not answer in time"};
-    case fenk::kErrorLimit:
-      return {ErrorKind::kLimit, "too many requests or objects at once"};
-    case OBJECT_ERROR:
-      return {ErrorKind::kRejected, "the daemon could not send the request to its Wi-Fi library"};
-    case OBJECT_ERROR_INVALID:
-      return {ErrorKind::kRejected, "the daemon does not accept such a request"};
-    default:
-      return {ErrorKind::kProtocol, "the daemon answered with the unknown code " + std::to_string(code)};
-  }
-}
-
-}  // namespace
 
 Result<Client> Client::Connect(const std::string& path) try {
   Result<fenk::UniqueFd> socket = ConnectToSocket(path, fenk::kClientLimits.answerDeadline);
@@ -75,46 +37,49 @@ Result<ObjectRef> Client::OpenService(uint32_t id) {
   return Result<ObjectRef>(std::move(service));
 }
 
-Result<DiscoveryScan> Client::StartDiscovery(const DiscoveryRequest& request) try {
-  Result<DiscoveryRequestBuffers> encoded = EncodeDiscoveryRequest(request);
-  if (!encoded) return encoded.GetError();
-  Result<ObjectRef> service = OpenService(SERVICE_ID_DISCOVERY_SCAN);
+Result<PendingScan> Client::Start(const Method& method, std::span<const ObjectArg> inputBuffers) {
+  Result<ObjectRef> service = OpenService(method.service);
   if (!service) return service.GetError();
-  ObjectRef receiver = DiscoveryReceiver::Create();
+  ObjectRef receiver = ResultReceiver::Create(method.resultCounts);
   if (!receiver) return OutOfMemory();
 
-  ObjectArg args[6] = {InputBuffer(encoded->params.data(), encoded->params.size()),
-                       InputBuffer(encoded->channels),
-                       InputBuffer(encoded->ssids),
-                       InputBuffer(encoded->macs),
-                       {},
-                       {}};
-  args[4].object = receiver.Get();
+  std::vector<ObjectArg> args(inputBuffers.begin(), inputBuffers.end());
+  args.resize(inputBuffers.size() + 2);
+  ObjectArg& callback = args[inputBuffers.size()];
+  const ObjectArg& request = args[inputBuffers.size() + 1];
+  callback.object = receiver.Get();
   const Object& target = service->Get();
-  const int32_t code = target.invoke(target.context, kStartDiscoveryScan, args, kStartDiscoveryScanCounts);
+  const int32_t code = target.invoke(target.context, method.operation, args.data(), method.counts);
   if (code != OBJECT_OK) return InvocationError(code, *connection);
-  ObjectRef handle(args[5].object);
+  ObjectRef handle(request.object);
   if (!handle) return Error{ErrorKind::kProtocol, "the daemon gave no request handle"};
-  return DiscoveryScan(connection, std::move(receiver), std::move(handle));
+  return PendingScan(connection, std::move(receiver), std::move(handle));
+}
+
+Result<DiscoveryScan> Client::StartDiscovery(const DiscoveryRequest& request) try {
+  const Result<DiscoveryRequestBuffers> encoded = EncodeDiscoveryRequest(request);
+  if (!encoded) return encoded.GetError();
+  const ObjectArg inputBuffers[] = {InputBuffer(encoded->params.data(), encoded->params.size()),
+                                    InputBuffer(encoded->channels), InputBuffer(encoded->ssids),
+                                    InputBuffer(encoded->macs)};
+  Result<PendingScan> scan =
+      Start({SERVICE_ID_DISCOVERY_SCAN, kStartDiscoveryScan, kStartDiscoveryScanCounts, kDeliverDiscoveryResultCounts},
+            inputBuffers);
+  if (!scan) return scan.GetError();
+  return DiscoveryScan(std::move(*scan));
 } catch (const std::bad_alloc&) {
   return OutOfMemory();
 }
 
-Result<DiscoveryResult> DiscoveryScan::Wait(std::optional<fenk::Clock::time_point> deadline, int wakeFd) try {
-  const DiscoveryReceiver& delivery = DiscoveryReceiver::Of(receiver);
-  const fenk::WaitResult wait =
-      connection->ServeUntil([&delivery] { return delivery.IsDelivered(); }, deadline, wakeFd);
-  if (delivery.IsDelivered()) return delivery.Decode();  // whatever else happened at the same time
-  switch (wait) {
-    case fenk::WaitResult::kTimedOut:
-      return Error{ErrorKind::kTimedOut, "the daemon delivered no result in time"};
-    case fenk::WaitResult::kWoken:
-      return Error{ErrorKind::kWoken, "interrupted"};
-    case fenk::WaitResult::kDone:
-    case fenk::WaitResult::kDisconnected:
-      break;
-  }
-  return Disconnected(*connection);
+Result<RangingScan> Client::StartRanging(const RangingRequest& request) try {
+  const Result<RangingRequestBuffers> encoded = EncodeRangingRequest(request);
+  if (!encoded) return encoded.GetError();
+  const ObjectArg inputBuffers[] = {InputBuffer(encoded->nodes), InputBuffer(&encoded->params, sizeof encoded->params)};
+  const uint32_t operation = request.periodic ? kStartPeriodicRangingScan : kStartRangingScan;
+  Result<PendingScan> scan =
+      Start({SERVICE_ID_RANGING_SCAN, operation, kStartRangingScanCounts, kDeliverRangingResultCounts}, inputBuffers);
+  if (!scan) return scan.GetError();
+  return RangingScan(std::move(*scan));
 } catch (const std::bad_alloc&) {
   return OutOfMemory();
 }

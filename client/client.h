@@ -7,45 +7,28 @@
 //   auto result = scan->Wait(fenk::Clock::now() + 30s, -1);
 //   if (result) for (const kes::Measurement& m : result->measurements) ...
 //
-// Any thread may use a Client, several at once; a DiscoveryScan belongs to one thread at a time. Nothing here throws.
-// The library makes no thread of its own: what the daemon sends is served by the threads that wait. The daemon has
-// fenk::kClientLimits.answerDeadline to accept a connection and to answer an invocation, which it does before it scans.
+// StartRanging does the same for the distances to peers. Any thread may use a Client, several at once; a scan belongs
+// to one thread at a time. Nothing here throws. The library makes no thread of its own: what the daemon sends is served
+// by the threads that wait. The daemon has fenk::kClientLimits.answerDeadline to accept a connection and to answer an
+// invocation, which it does before it scans.
 #ifndef KESD_CLIENT_CLIENT_H_
 #define KESD_CLIENT_CLIENT_H_
 
+#include <cstdint>
 #include <memory>
-#include <optional>
+#include <span>
+#include <string>
 
 #include "client/discovery_request.h"
-#include "client/discovery_result.h"
 #include "client/object_ref.h"
+#include "client/pending_scan.h"
+#include "client/ranging_request.h"
 #include "client/result.h"
 #include "host/fenksocket/connection.h"
 
 namespace kes {
 
 inline constexpr char kDefaultSocketPath[] = "/run/kesd/kesd.sock";
-
-// A discovery scan that the daemon works on. Its end, before a result has come, aborts the request.
-class DiscoveryScan {
- public:
-  // Waits for the one result, serving the connection meanwhile. kTimedOut when `deadline` passes first, kWoken when
-  // `wakeFd` becomes readable first (negative is none); the scan goes on, and Wait may be called again. kDisconnected
-  // when the connection ended; kProtocol, kOutOfMemory. After a result has come, every call gives it again.
-  Result<DiscoveryResult> Wait(std::optional<fenk::Clock::time_point> deadline, int wakeFd);
-
-  // Releases the request handle. The daemon then drops the request; a result that is on its way may still arrive.
-  void Abort() { handle.Reset(); }
-
- private:
-  friend class Client;
-  DiscoveryScan(std::shared_ptr<fenk::Connection> link, ObjectRef callback, ObjectRef request)
-      : connection(std::move(link)), receiver(std::move(callback)), handle(std::move(request)) {}
-
-  std::shared_ptr<fenk::Connection> connection;
-  ObjectRef receiver;
-  ObjectRef handle;  // released first
-};
 
 class Client {
  public:
@@ -54,14 +37,24 @@ class Client {
   // kOutOfMemory, kSystem; kWoken when a signal handler ran while it connected.
   static Result<Client> Connect(const std::string& path);
 
-  // Sends the request; the result may arrive before this returns. kRejected, kInvalidArgument, kProtocol,
-  // kDisconnected, kTimedOut, kLimit, kOutOfMemory.
+  // Each sends the request; the result may arrive before it returns. kRejected, kInvalidArgument, kProtocol,
+  // kDisconnected, kTimedOut, kLimit, kOutOfMemory. A periodic ranging request has one result, too.
   Result<DiscoveryScan> StartDiscovery(const DiscoveryRequest& request);
+  Result<RangingScan> StartRanging(const RangingRequest& request);
 
  private:
+  // How a kind of request is invoked.
+  struct Method {
+    uint32_t service;
+    uint32_t operation;
+    uint32_t counts;  // input buffers, the callback object, and the request handle out
+    uint32_t resultCounts;
+  };
+
   explicit Client(std::shared_ptr<fenk::Connection> link) : connection(std::move(link)) {}
 
   Result<ObjectRef> OpenService(uint32_t id);
+  Result<PendingScan> Start(const Method& method, std::span<const ObjectArg> inputBuffers);
 
   std::shared_ptr<fenk::Connection> connection;
 };

@@ -10,7 +10,7 @@
 #include <fstream>
 #include <thread>
 
-#include "client/discovery_receiver.h"
+#include "client/result_receiver.h"
 #include "client/stand_in_daemon.h"
 #include "ipc/services.h"
 
@@ -136,7 +136,7 @@ TEST(Client, GivesTheResultWheneverItComesAndEveryTimeItIsAskedFor) {
 
 TEST(Client, GivesTheHandleBackWhenItAbortsAndWhenTheScanEnds) {
   for (const bool abort : {true, false}) {
-    StandInDaemon daemon(Answer::kNothing, {});
+    StandInDaemon daemon(Answer::kNothing);
     Result<Client> client = Client::Connect(daemon.SocketPath());
     ASSERT_TRUE(client);
     {
@@ -152,7 +152,7 @@ TEST(Client, GivesTheHandleBackWhenItAbortsAndWhenTheScanEnds) {
 }
 
 TEST(Client, StopsWaitingAtTheDeadlineAndWhenItIsWoken) {
-  StandInDaemon daemon(Answer::kNothing, {});
+  StandInDaemon daemon(Answer::kNothing);
   Result<Client> client = Client::Connect(daemon.SocketPath());
   ASSERT_TRUE(client);
   Result<DiscoveryScan> scan = client->StartDiscovery({});
@@ -168,7 +168,7 @@ TEST(Client, TellsRefusalFromLoss) {
     ErrorKind kind;
   } cases[] = {{Answer::kRejected, ErrorKind::kRejected}, {Answer::kHangUp, ErrorKind::kDisconnected}};
   for (const auto& c : cases) {
-    StandInDaemon daemon(c.answer, {});
+    StandInDaemon daemon(c.answer);
     Result<Client> client = Client::Connect(daemon.SocketPath());
     ASSERT_TRUE(client);
     Result<DiscoveryScan> scan = client->StartDiscovery({});
@@ -177,49 +177,123 @@ TEST(Client, TellsRefusalFromLoss) {
 }
 
 TEST(Client, DoesNotConnectToADaemonWithoutTheService) {
-  StandInDaemon daemon(Answer::kNoService, {});
+  StandInDaemon daemon(Answer::kNoService);
   const Result<Client> client = Client::Connect(daemon.SocketPath());
   ASSERT_FALSE(client);
   EXPECT_EQ(client.GetError().kind, ErrorKind::kProtocol);
 }
 
-TEST(Client, SaysThatRecordsOfTheWrongSizeAreNoResult) {
-  TestResult result = OneAccessPoint();
-  result.measurements.clear();
-  ObjectRef receiver = DiscoveryReceiver::Create();
-  uint8_t odd[159] = {};
-  ObjectArg args[4] = {};
-  args[0].buffer = {&result.header, sizeof result.header};
-  args[1].buffer = {odd, sizeof odd};
-  EXPECT_EQ(receiver.Get().invoke(receiver.Get().context, kDeliverResult, args, kDeliverDiscoveryResultCounts),
-            OBJECT_OK);
-  ASSERT_TRUE(DiscoveryReceiver::Of(receiver).IsDelivered());
-  EXPECT_EQ(DiscoveryReceiver::Of(receiver).Decode().GetError().kind, ErrorKind::kProtocol);
+TEST(Client, SendsTheNodesOfARangingRequestAsRecords) {
+  RangingRequest request;
+  request.timeoutMs = 0x0102030405;
+  request.nodes.resize(2);
+  request.nodes[0].mac = kBssid;
+  request.nodes[0].secondMac = MacAddress{0x02, 0x00, 0x5E, 0x10, 0x00, 0x0A};
+  wifi::RangingParameters& parameters = request.nodes[0].parameters;
+  parameters.frequencyMhz = 5180;
+  parameters.centreFrequencyMhz = 5210;
+  parameters.timeoutMs = 7;
+  parameters.bandwidth = wifi::RangingBandwidth::k80MHz;
+  parameters.burstExponent = 2;
+  parameters.preamble = wifi::RangingPreamble::kHe;
+  parameters.protocol = wifi::RangingProtocol::kNonTriggerBased;
+  parameters.burstPeriod = -2;
+  parameters.framesPerBurst = 8;
+  parameters.retries = 9;
+  request.nodes[1].mac = {0xFF, 0xFE, 0xFD, 0xFC, 0xFB, 0xFA};
+
+  using Bytes = std::vector<uint8_t>;
+  // clang-format off
+  const Bytes first{0x01, 0x00, 0x10, 0, 0x5E, 0x00, 0x02, 0,               // its address
+                    0x3C, 0x14, 0, 0, 0x5A, 0x14, 0, 0, 7, 0, 0, 0,         // frequencies, timeout
+                    3, 0, 0, 0,                                             // bandwidth
+                    0x0A, 0x00, 0x10, 0, 0x5E, 0x00, 0x02, 0,               // second address
+                    2, 0, 0, 0, 4, 0, 0, 0, 3, 0, 0, 0,                     // bursts, preamble, protocol
+                    0xFE, 0xFF, 0xFF, 0xFF, 8, 9, 0, 0};                    // period, frames, retries
+  const Bytes second{0xFA, 0xFB, 0xFC, 0, 0xFD, 0xFE, 0xFF, 0,
+                     0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                     0, 0, 0, 0,
+                     0, 0, 0, 0, 0, 0, 0, 0,
+                     1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                     0, 0, 0, 0, 0, 0, 0, 0};
+  // clang-format on
+  const Bytes rounds{0xFA, 0, 0, 0, 0xE8, 3, 0, 0, 0, 0, 0, 0};
+  const auto joined = [](std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+    return all;
+  };
+
+  StandInDaemon daemon(Answer::kNothing);
+  Result<Client> client = Client::Connect(daemon.SocketPath());
+  ASSERT_TRUE(client);
+  ASSERT_TRUE(client->StartRanging(request));
+  request.periodic = PeriodicRanging{.intervalMs = 250, .rounds = 1000};
+  ASSERT_TRUE(client->StartRanging(request));
+  ASSERT_TRUE(daemon.AwaitRequest(2));
+  const std::vector<StandInDaemon::Request> sent = daemon.Requests();
+  const Images expected[] = {{joined({first, second}), {5, 4, 3, 2, 1, 0, 0, 0}},
+                             {joined({first, rounds, second, rounds}), {5, 4, 3, 2, 1, 0, 0, 0}}};
+  for (uint32_t operation = 0; operation < 2; ++operation) {
+    EXPECT_EQ(sent[operation].service, SERVICE_ID_RANGING_SCAN);
+    EXPECT_EQ(sent[operation].operation, operation);
+    EXPECT_EQ(sent[operation].buffers, expected[operation]);
+  }
+
+  request.nodes.resize(kMaxRangingNodes);  // the most that there may be do arrive
+  EXPECT_TRUE(client->StartRanging(request));
+  request.nodes.emplace_back();
+  const Result<RangingScan> refused = client->StartRanging(request);
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.GetError().kind, ErrorKind::kInvalidArgument);
 }
 
-TEST(DiscoveryReceiver, TakesOneResultAndRefusesEverythingElse) {
-  TestResult test = OneAccessPoint();
-  ObjectRef receiver = DiscoveryReceiver::Create();
-  ASSERT_TRUE(receiver);
-  ObjectArg args[5] = {};
-  args[0].buffer = {&test.header, sizeof test.header};
-  args[1].buffer = {test.measurements.data(), sizeof(WifiScanMeasurement)};
-  args[2].buffer = {test.infos.data(), sizeof(WifiMeasurementInfo)};
-  args[3].buffer = {test.bytes.data(), test.bytes.size()};
-  const auto invoke = [&](uint32_t op, uint32_t counts) {
-    return receiver.Get().invoke(receiver.Get().context, op, args, counts);
-  };
-  for (const uint32_t counts : {0u, 3u, 5u, 0x14u, 0x104u, 0x1004u, 0x10004u}) {
-    EXPECT_EQ(invoke(kDeliverResult, counts), OBJECT_ERROR_INVALID);
+TEST(Client, GivesTheResultOfARangingRequestAndTheHandleBack) {
+  TestRangingResult test;
+  test.Add(kBssid, {.status = wifi::RangingStatus::kSuccess, .distanceMm = 4321});
+  for (const Answer answer : {Answer::kResult, Answer::kEarlyResult, Answer::kNothing}) {
+    StandInDaemon daemon(answer, test);
+    Result<Client> client = Client::Connect(daemon.SocketPath());
+    ASSERT_TRUE(client);
+    {
+      Result<RangingScan> scan = client->StartRanging({});
+      ASSERT_TRUE(scan) << scan.GetError().message;
+      const Result<RangingResult> result = scan->Wait(answer == Answer::kNothing ? fenk::Clock::now() : Soon(), -1);
+      if (answer == Answer::kNothing) {
+        EXPECT_EQ(result.GetError().kind, ErrorKind::kTimedOut);
+      } else {
+        ASSERT_TRUE(result) << result.GetError().message;
+        EXPECT_EQ(result->measurements.at(0).ranging.distanceMm, 4321);
+      }
+    }
+    EXPECT_TRUE(daemon.AwaitHandleReleased());  // while the client is still connected
   }
-  EXPECT_EQ(invoke(1, kDeliverDiscoveryResultCounts), OBJECT_ERROR_INVALID);
-  EXPECT_FALSE(DiscoveryReceiver::Of(receiver).IsDelivered());
-  EXPECT_EQ(invoke(0x10000 | kDeliverResult, kDeliverDiscoveryResultCounts), OBJECT_OK);
-  EXPECT_EQ(invoke(kDeliverResult, kDeliverDiscoveryResultCounts), OBJECT_ERROR_INVALID);
-  test = {};  // the buffers were valid during the invocation only
-  const Result<DiscoveryResult> result = DiscoveryReceiver::Of(receiver).Decode();
-  ASSERT_TRUE(result);
-  EXPECT_EQ(result->measurements.at(0).bssid, kBssid);
+}
+
+TEST(ResultReceiver, TakesOneResultOfItsKindAndRefusesEverythingElse) {
+  for (const uint32_t counts : {kDeliverDiscoveryResultCounts, kDeliverRangingResultCounts}) {
+    std::vector<std::vector<uint8_t>> sent = {{1}, {2, 3}, {}, {4}, {5, 6, 7}};
+    const std::vector<std::vector<uint8_t>> kept(sent.begin(), sent.begin() + counts);
+    const ObjectRef receiver = ResultReceiver::Create(counts);
+    ASSERT_TRUE(receiver);
+    ObjectArg args[6] = {};
+    for (std::size_t i = 0; i < sent.size(); ++i) args[i].buffer = {sent[i].data(), sent[i].size()};
+    const auto invoke = [&](uint32_t op, uint32_t sentCounts) {
+      return receiver.Get().invoke(receiver.Get().context, op, args, sentCounts);
+    };
+    for (const uint32_t others :
+         {0u, counts - 1, counts + 1, counts | 0x10, counts | 0x100, counts | 0x1000, counts | 0x10000, counts ^ 1}) {
+      EXPECT_EQ(invoke(kDeliverResult, others), OBJECT_ERROR_INVALID);
+    }
+    EXPECT_EQ(invoke(1, counts), OBJECT_ERROR_INVALID);
+    EXPECT_FALSE(ResultReceiver::Of(receiver).IsDelivered());
+    EXPECT_EQ(invoke(0x10000 | kDeliverResult, counts), OBJECT_OK);
+    EXPECT_EQ(invoke(kDeliverResult, counts), OBJECT_ERROR_INVALID);
+    sent = {};  // the buffers were valid during the invocation only
+    const Result<const ResultReceiver::Buffers*> buffers = ResultReceiver::Of(receiver).Delivered();
+    ASSERT_TRUE(buffers);
+    for (std::size_t i = 0; i < kept.size(); ++i) EXPECT_EQ((**buffers)[i], kept[i]);
+  }
 }
 
 }  // namespace

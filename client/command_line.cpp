@@ -11,19 +11,26 @@ namespace {
 
 constexpr char kExitCodes[] =
     "Exit codes:\n"
-    "  0    the result was delivered\n"
+    "  0    the result was delivered; with --repeat, each\n"
     "  1    the request was refused, the scan status is not ok (a part may be shown), or the output failed\n"
     "  2    the command line is wrong\n"
     "  3    no daemon: cannot connect, or the connection was lost\n"
-    "  4    timed out: no answer in time, or the scan itself ran out of time (a part may be shown)\n"
+    "  4    timed out: no answer in time, or the request itself ran out of time (a part may be shown)\n"
     "  130  interrupted by Ctrl-C; 143 by SIGTERM. The request is aborted.\n";
 
-constexpr char kExamples[] =
-    "Examples:\n"
+constexpr char kScanExamples[] =
     "  kesctl scan --band 5 --timeout 3000\n"
     "      Scan the 5 GHz band for at most three seconds.\n"
     "  kesctl scan --mode fallback --max-age 30000 --ssid Cafe --json\n"
     "      Print as JSON what is known of \"Cafe\" for up to 30 s; scan if that is nothing.\n";
+
+constexpr char kRangeExamples[] =
+    "  kesctl range 02:00:5e:10:00:01@5180 02:00:5e:10:00:02\n"
+    "      Measure the distance to two peers, to the first one on channel 36.\n"
+    "  kesctl range --repeat 10 --json 02:00:5e:10:00:01\n"
+    "      Measure ten times and print a JSON object a line.\n";
+
+std::string Footer(const std::string& examples) { return std::string(kExitCodes) + "\nExamples:\n" + examples; }
 
 // Adds an option that reads its value with `read` and hands it to `store`; a bad value becomes a usage error that names
 // the option.
@@ -47,6 +54,13 @@ void MayRepeat(CLI::Option* option) {
   option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
+void AddTimeout(CLI::App& app, int64_t& timeoutMs, int64_t daemonsDefault) {
+  AddValue(
+      app, "--timeout", "MS", ReadTimeout, [&](uint32_t value) { timeoutMs = value; },
+      "Milliseconds until the daemon answers with what it has (default " + std::to_string(daemonsDefault) +
+          "); kesctl itself waits 5 s longer, or 60 s without this option");
+}
+
 void AddScan(CLI::App& app, ScanOptions& options) {
   kes::DiscoveryRequest& request = options.request;
   CLI::App* scan = app.add_subcommand("scan", "Show which access points are around");
@@ -54,13 +68,12 @@ void AddScan(CLI::App& app, ScanOptions& options) {
   AddValue(
       *scan, "--mode", "fresh|cache|fallback", ReadMode, [&](wifi::RequestMode mode) { request.mode = mode; },
       "Scan now (default), take what the daemon remembers, or scan only when it remembers nothing");
-  CLI::Option* band = AddValue(
+  AddValue(
       *scan, "--band", "2.4|5|all", ReadBand, [&](wifi::Band value) { request.band = value; },
-      "The band to scan; all of them by default");
+      "The band to scan; all of them by default. Channels take its place");
   CLI::Option* channel = AddValue(
       *scan, "--channel", "N", ReadChannel, [&](uint32_t value) { request.channels.push_back(value); },
       "A channel number (1-14, 32-177) or a centre frequency in MHz; may be repeated");
-  channel->excludes(band);
   MayRepeat(channel);
   MayRepeat(AddValue(
       *scan, "--ssid", "S", ReadSsid, [&](std::vector<uint8_t> value) { request.ssids.push_back(std::move(value)); },
@@ -73,19 +86,50 @@ void AddScan(CLI::App& app, ScanOptions& options) {
   AddValue(
       *scan, "--max-age", "MS", ReadMaxAge, [&](uint32_t value) { request.maxAgeMs = value; },
       "The oldest remembered measurement to show, in milliseconds; every age by default");
-  AddValue(
-      *scan, "--timeout", "MS", ReadTimeout, [&](uint32_t value) { request.timeoutMs = value; },
-      "Milliseconds until the daemon answers with what it has (default " + std::to_string(wifi::kDefaultTimeoutMs) +
-          "); kesctl itself waits 5 s longer, or 60 s without this option");
+  AddTimeout(*scan, request.timeoutMs, wifi::kDefaultTimeoutMs);
   scan->add_flag("--json", options.json, "Print one JSON object instead of a table");
   scan->add_flag("--elements", options.elements, "List the information elements below each access point");
-  scan->footer(std::string(kExitCodes) + "\n" + kExamples);
+  scan->footer(Footer(kScanExamples));
+}
+
+void AddRange(CLI::App& app, RangeOptions& options) {
+  kes::RangingRequest& request = options.request;
+  // Options are read in any order: whichever comes first makes it.
+  const auto rounds = [&request]() -> kes::PeriodicRanging& {
+    return request.periodic ? *request.periodic : request.periodic.emplace();
+  };
+  CLI::App* range = app.add_subcommand("range", "Measure the distance to peers");
+  range->fallthrough();
+  CLI::Option* peers = AddValue(
+      *range, "PEER", "MAC[@FREQ]", ReadPeer, [&](kes::RangingNode node) { request.nodes.push_back(std::move(node)); },
+      "The peer's MAC address and, if it is known, the centre of its primary channel in MHz");
+  MayRepeat(peers);
+  peers->allow_extra_args()->required();
+  CLI::Option* periodic = range->add_flag_callback(
+      "--periodic", [=] { rounds(); },
+      "Send a periodic request. It delivers one result, that of its first round; --repeat asks for more");
+  AddValue(
+      *range, "--interval", "MS", ReadInterval,
+      [=](uint32_t value) { rounds().intervalMs = static_cast<int32_t>(value); },
+      "Milliseconds from round to round (default " + std::to_string(kes::PeriodicRanging{}.intervalMs) + ")")
+      ->needs(periodic);
+  AddValue(
+      *range, "--count", "N", ReadRounds, [=](uint32_t value) { rounds().rounds = static_cast<int32_t>(value); },
+      "How many rounds the daemon's library does (default " + std::to_string(kes::PeriodicRanging{}.rounds) + ")")
+      ->needs(periodic);
+  AddTimeout(*range, request.timeoutMs, wifi::kDefaultRangingTimeoutMs);
+  AddValue(
+      *range, "--repeat", "N", ReadRepeat, [&](uint32_t value) { options.repeat = value; },
+      "Ask N times, one after the other, and show each result as it comes");
+  range->add_flag("--json", options.json, "Print one JSON object a result instead of a table");
+  range->footer(Footer(kRangeExamples));
 }
 
 }  // namespace
 
 Command ParseCommandLine(int argc, const char* const* argv) {
   ScanOptions scan;
+  RangeOptions range;
   CLI::App app("Uses kesd, the Wi-Fi location daemon.", "kesctl");
   app.require_subcommand(0, 1);  // without one, below: this way a wrong name is named
   app.set_version_flag("--version", "kesctl " KESD_VERSION, "Print the version and exit");
@@ -93,8 +137,9 @@ Command ParseCommandLine(int argc, const char* const* argv) {
   AddValue(
       app, "--socket", "PATH", ReadSocketPath, [&](std::string value) { socketPath = std::move(value); },
       "The daemon's socket; " + socketPath + " by default");
-  app.footer(std::string(kExitCodes) + "\n" + kExamples);
+  app.footer(Footer(std::string(kScanExamples) + kRangeExamples));
   AddScan(app, scan);
+  AddRange(app, range);
 
   try {
     app.parse(argc, argv);
@@ -104,10 +149,11 @@ Command ParseCommandLine(int argc, const char* const* argv) {
   } catch (const CLI::CallForVersion& version) {
     return PrintResult(std::string(version.what()) + "\n") ? kExitDelivered : kExitRefused;
   } catch (const CLI::ParseError& error) {
-    Complain(std::string(error.what()) + "\nTry 'kesctl --help', or 'kesctl scan --help'.");
+    Complain(std::string(error.what()) + "\nTry 'kesctl --help', or 'kesctl scan --help', or 'kesctl range --help'.");
     return kExitUsage;
   }
-  scan.socketPath = std::move(socketPath);
+  scan.socketPath = range.socketPath = std::move(socketPath);
+  if (app.got_subcommand("range")) return range;
   return scan;
 }
 

@@ -4,13 +4,14 @@
 
 #include <variant>
 
+#include "client/kesctl_range.h"
 #include "client/kesctl_scan.h"
 
 namespace kesctl {
 
 // What to run: an alternative for each subcommand; or the exit code, when there is nothing to run because help or the
 // version was asked for and printed, or because the command line is wrong and that was said.
-using Command = std::variant<int, ScanOptions>;
+using Command = std::variant<int, ScanOptions, RangeOptions>;
 
 Command ParseCommandLine(int argc, const char* const* argv);
 

@@ -22,7 +22,7 @@ void Complain(std::string_view message) {
 int Fail(const kes::Error& error, const std::string& socketPath) {
   const auto say = [&](const std::string& what, const std::string& advice) {
     Complain(what + ": " + error.message + ".");
-    if (!advice.empty()) std::fprintf(stderr, "%s\n", advice.c_str());
+    std::fprintf(stderr, "%s\n", advice.c_str());
   };
   switch (error.kind) {
     case kes::ErrorKind::kNoSocket:
@@ -43,21 +43,27 @@ int Fail(const kes::Error& error, const std::string& socketPath) {
       say("lost the daemon at " + socketPath, "Look into its log, and try again once it runs.");
       return kExitNoDaemon;
     case kes::ErrorKind::kSystem:
-      say("cannot connect to " + socketPath, "");
+      say("cannot connect to " + socketPath, "Try again; if it stays so, look at the limits of this machine.");
       return kExitNoDaemon;
     case kes::ErrorKind::kTimedOut:
-      say("timed out", "Try again, or give the scan longer with --timeout MS.");
+      say("timed out", "Try again, or give it longer with --timeout MS.");
       return kExitTimedOut;
     case kes::ErrorKind::kRejected:
-      say("refused", "The daemon's log tells why; try fewer restrictions, or another --mode.");
+      say("refused", "The daemon's log tells why; try a simpler request.");
+      return kExitRefused;
+    case kes::ErrorKind::kInvalidArgument:
+      say("the request cannot be sent", "Correct it; --help tells what each option takes.");
+      return kExitRefused;
+    case kes::ErrorKind::kLimit:
+      say("the request cannot be sent", "Ask for less at once, or try again later.");
+      return kExitRefused;
+    case kes::ErrorKind::kOutOfMemory:
+      say("failed", "Free some memory, and try again.");
       return kExitRefused;
     case kes::ErrorKind::kWoken:
-    case kes::ErrorKind::kLimit:
-    case kes::ErrorKind::kInvalidArgument:
-    case kes::ErrorKind::kOutOfMemory:
       break;
   }
-  say("failed", "");
+  say("interrupted", "Try again.");
   return kExitRefused;
 }
 
@@ -70,7 +76,8 @@ bool PrintResult(std::string_view text) {
       pollfd out{STDOUT_FILENO, POLLOUT, 0};
       (void)poll(&out, 1, -1);
     } else if (errno != EINTR) {
-      Complain("cannot write the result to standard output: " + std::generic_category().message(errno));
+      Complain("cannot write the result to standard output: " + std::generic_category().message(errno) +
+               ".\nIs the disk full, or did the program behind the pipe end?");
       return false;
     }
   }

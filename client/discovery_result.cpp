@@ -1,12 +1,10 @@
 #include "client/discovery_result.h"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
-#include <optional>
 
 #include "client/discovery_request.h"
-#include "marshal/records.h"
+#include "client/record_reader.h"
 
 namespace kes {
 namespace {
@@ -17,25 +15,14 @@ std::span<const uint8_t> Cut(std::span<const uint8_t> all, std::size_t offset, s
   return all.subspan(offset, std::min(length, all.size() - offset));
 }
 
-// Whether every reference of `record` lies in its buffer.
-bool ReferencesFit(const WifiScanMeasurement& record, const DiscoveryResultBuffers& buffers) {
-  const auto fits = [&](uint32_t offset, uint32_t length) {
-    return Cut(buffers.bytes, offset, length).size() == length;
-  };
-  const std::size_t infos = buffers.infos.size() / sizeof(WifiMeasurementInfo);
-  return fits(record.byteListOffset, record.byteListLength) && fits(record.element1Offset, record.element1Length) &&
-         fits(record.element2Offset, record.element2Length) &&
-         fits(record.beaconElementsOffset, record.beaconElementsLength) &&
-         (record.infoCount == 0 || std::size_t{record.firstInfoIndex} + record.infoCount <= infos);
-}
-
 // `budget`: the octets of elements that may still be copied. Honest lists do not overlap, so together they are no
 // longer than the buffer; records that all claim the same octets must not multiply them.
 Measurement Decode(const WifiScanMeasurement& record, const DiscoveryResultBuffers& buffers, std::size_t& budget) {
   Measurement measurement;
   measurement.bssid = MacAddressOf(record.bssidLo24, record.bssidHi24);
   measurement.values = wifi::LoadScanValues(record);
-  measurement.incomplete = !ReferencesFit(record, buffers);
+  measurement.incomplete =
+      !CommonReferencesFit(record, Records<WifiMeasurementInfo>(buffers.infos).Count(), buffers.bytes.size());
 
   measurement.ssidValid = record.ssidValid != 0;
   if (measurement.ssidValid && record.ssidCopied != 0) {
@@ -60,23 +47,17 @@ Measurement Decode(const WifiScanMeasurement& record, const DiscoveryResultBuffe
 }  // namespace
 
 Result<DiscoveryResult> DecodeDiscoveryResult(const DiscoveryResultBuffers& buffers) try {
-  if (buffers.header.size() != sizeof(DiscoveryResultHeader) ||
-      buffers.measurements.size() % sizeof(WifiScanMeasurement) != 0 ||
-      buffers.infos.size() % sizeof(WifiMeasurementInfo) != 0) {
-    return Error{ErrorKind::kProtocol, "the daemon delivered records of the wrong size"};
+  const Records<WifiScanMeasurement> records(buffers.measurements);
+  if (buffers.header.size() != sizeof(DiscoveryResultHeader) || !records.AreWhole() ||
+      !Records<WifiMeasurementInfo>(buffers.infos).AreWhole()) {
+    return WrongRecordSize();
   }
-  DiscoveryResultHeader header;
-  std::memcpy(&header, buffers.header.data(), sizeof header);
-
   DiscoveryResult result;
-  result.status = static_cast<wifi::ScanStatus>(header.scanStatus);
-  const std::size_t count = buffers.measurements.size() / sizeof(WifiScanMeasurement);
-  result.measurements.reserve(count);
+  result.status = static_cast<wifi::ScanStatus>(Records<DiscoveryResultHeader>(buffers.header).At(0).scanStatus);
+  result.measurements.reserve(records.Count());
   std::size_t budget = buffers.bytes.size();
-  for (std::size_t i = 0; i < count; ++i) {
-    WifiScanMeasurement record;  // a copy: the buffer may be unaligned
-    std::memcpy(&record, buffers.measurements.data() + i * sizeof record, sizeof record);
-    result.measurements.push_back(Decode(record, buffers, budget));
+  for (std::size_t i = 0; i < records.Count(); ++i) {
+    result.measurements.push_back(Decode(records.At(i), buffers, budget));
   }
   return result;
 } catch (const std::bad_alloc&) {

@@ -3,11 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <memory>
 #include <random>
 
 #include "client/phy.h"
-#include "client/scan_json.h"
+#include "client/result_json.h"
 #include "client/scan_table.h"
 #include "client/test_records.h"
 
@@ -26,20 +25,9 @@ TestResult TwoAccessPoints() {
   return result;
 }
 
-// Decodes from blocks of exactly the right size, so that the address sanitizer sees any step outside.
-Result<DiscoveryResult> DecodeImages(const std::vector<Bytes>& images) {
-  std::unique_ptr<uint8_t[]> blocks[4];
-  std::span<const uint8_t> spans[4];
-  for (std::size_t i = 0; i < 4; ++i) {
-    blocks[i].reset(new uint8_t[images[i].size()]);
-    std::copy(images[i].begin(), images[i].end(), blocks[i].get());
-    spans[i] = {blocks[i].get(), images[i].size()};
-  }
-  return DecodeDiscoveryResult({spans[0], spans[1], spans[2], spans[3]});
-}
-
-std::vector<Bytes> ImagesOf(const TestResult& result) {
-  return {ImageOf(result.header), ImageOf(result.measurements), ImageOf(result.infos), result.bytes};
+Result<DiscoveryResult> DecodeImages(const Images& images) {
+  const ExactBlocks blocks(images);
+  return DecodeDiscoveryResult({blocks[0], blocks[1], blocks[2], blocks[3]});
 }
 
 Measurement DecodeOnly(const TestResult& test) {
@@ -135,12 +123,12 @@ TEST(DecodeDiscoveryResult, DoesNotMultiplyOctetsThatManyMeasurementsClaim) {
 }
 
 TEST(DecodeDiscoveryResult, SurvivesEveryTruncationOfEveryBuffer) {
-  const std::vector<Bytes> whole = ImagesOf(TwoAccessPoints());
+  const Images whole = ImagesOf(TwoAccessPoints());
   const std::size_t recordSizes[] = {sizeof(DiscoveryResultHeader), sizeof(WifiScanMeasurement),
                                      sizeof(WifiMeasurementInfo), 1};
   for (std::size_t cut = 0; cut < whole.size(); ++cut) {
     for (std::size_t size = 0; size < whole[cut].size(); ++size) {
-      std::vector<Bytes> images = whole;
+      Images images = whole;
       images[cut].resize(size);
       const Result<DiscoveryResult> result = DecodeImages(images);
       const bool expected = cut != 0 && size % recordSizes[cut] == 0;
@@ -154,10 +142,10 @@ TEST(DecodeDiscoveryResult, SurvivesEveryTruncationOfEveryBuffer) {
 
 // Everything that reads measurements must take whatever a decoder can make of hostile records.
 TEST(DecodeDiscoveryResult, SurvivesRandomDamageAndSoDoesWhatIsShownOfIt) {
-  const std::vector<Bytes> whole = ImagesOf(TwoAccessPoints());
+  const Images whole = ImagesOf(TwoAccessPoints());
   std::mt19937 random(20211);
   for (int round = 0; round < 20'000; ++round) {
-    std::vector<Bytes> images = whole;
+    Images images = whole;
     for (int flips = 1 + static_cast<int>(random() % 8); flips > 0; --flips) {
       Bytes& image = images[1 + random() % 3];
       image[random() % image.size()] = static_cast<uint8_t>(random() % 4 == 0 ? 0xFF : random());

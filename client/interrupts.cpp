@@ -48,6 +48,6 @@ Interrupts::~Interrupts() {
   wakePipe = -1;
 }
 
-int Interrupts::Caught() const { return caughtSignal; }
+int Interrupts::Caught() { return caughtSignal; }
 
 }  // namespace kesctl

@@ -20,8 +20,8 @@ class Interrupts {
   // Readable once a signal was caught; -1 when the system gave no pipe, and then nothing is caught.
   int WakeDescriptor() const { return readEnd.Get(); }
 
-  // The caught signal; 0 if none was.
-  int Caught() const;
+  // The signal that the latest instance caught, in its whole life once that is over; 0 if none.
+  static int Caught();
 
  private:
   fenk::UniqueFd readEnd;

@@ -1,6 +1,7 @@
 // kesctl: how a person, or a script, uses the daemon.
 #include <csignal>
 #include <exception>
+#include <string>
 
 #include "client/command_line.h"
 #include "client/console.h"
@@ -9,6 +10,7 @@ namespace {
 
 int Run(int exitCode) { return exitCode; }
 int Run(const kesctl::ScanOptions& options) { return kesctl::RunScan(options); }
+int Run(const kesctl::RangeOptions& options) { return kesctl::RunRange(options); }
 
 }  // namespace
 
@@ -17,7 +19,7 @@ int main(int argc, char** argv) {
   try {
     return std::visit([](const auto& command) { return Run(command); }, kesctl::ParseCommandLine(argc, argv));
   } catch (const std::exception& failure) {  // out of memory, at worst
-    kesctl::Complain(failure.what());
+    kesctl::Complain(std::string("failed: ") + failure.what() + ".\nFree some memory, and try again.");
     return kesctl::kExitRefused;
   }
 }

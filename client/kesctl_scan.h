@@ -15,8 +15,7 @@ struct ScanOptions {
   bool elements = false;  // of the table; JSON always has them
 };
 
-// Returns the exit code. Waits for the result as long as the request's timeout and five seconds more, or one minute
-// when the request leaves the timeout to the daemon.
+// Returns the exit code.
 int RunScan(const ScanOptions& options);
 
 }  // namespace kesctl

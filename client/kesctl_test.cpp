@@ -2,10 +2,9 @@
 #include <signal.h>
 
 #include <nlohmann/json.hpp>
-#include <sstream>
 
+#include "client/kesctl_process.h"
 #include "client/stand_in_daemon.h"
-#include "tests/process.h"
 
 namespace kes {
 namespace {
@@ -26,24 +25,6 @@ TestResult Neighbourhood() {
   result.Add({0x02, 0, 0x5E, 0x10, 0, 4}, "\xec\x99\x80\xec\x9d\xb4", 2437, -6550, {0, 0});
   return result;
 }
-
-Process Kesctl(std::vector<std::string> arguments, Output output = Output::kSeparate,
-               std::vector<std::string> environment = {}) {
-  arguments.insert(arguments.begin(), KESD_BINARY_DIR "/bin/kesctl");
-  environment.insert(environment.begin(), {"TERM=xterm", "NO_COLOR"});
-  return Process(arguments, output, environment);
-}
-
-Outcome RunKesctl(const std::vector<std::string>& arguments) { return Kesctl(arguments).Finish(); }
-
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
-}
-
-bool Has(const std::string& text, std::string_view part) { return text.find(part) != std::string::npos; }
 
 std::vector<std::string> ScanAt(const StandInDaemon& daemon, std::vector<std::string> more = {}) {
   more.insert(more.begin(), {"--socket", daemon.SocketPath(), "scan"});
@@ -145,7 +126,7 @@ TEST(KesctlScan, ColoursATerminalAndShowsProgressThereButObeysItsUser) {
 }
 
 TEST(KesctlScan, SendsWhatItsOptionsSay) {
-  StandInDaemon daemon(Answer::kResult, {});
+  StandInDaemon daemon(Answer::kResult, TestResult{});
   const Outcome outcome = RunKesctl(
       ScanAt(daemon, {"--mode", "fallback", "--channel", "11", "--channel=5180", "--ssid", "a", "--ssid", "-b",
                       "--bssid", "02:00:5E:00:00:FF", "--passive", "--max-age", "7", "--timeout", "5000"}));
@@ -184,7 +165,6 @@ const UsageCase kUsageCases[] = {
     {{"scan", "--channel", "99999999999"}, "--channel: '99999999999'"},
     {{"scan", "--channel"}, "--channel"},
     {{"scan", "--channel", "6", "7"}, "7"},
-    {{"scan", "--channel", "6", "--band", "5"}, "--band"},
     {{"scan", "--ssid", ""}, "--ssid"},
     {{"scan", "--ssid", std::string(33, 's')}, "--ssid: an SSID has 1 to 32 bytes, not 33"},
     {{"scan", "--bssid", "02:00:5e:10:00"}, "--bssid: '02:00:5e:10:00'"},
@@ -192,6 +172,25 @@ const UsageCase kUsageCases[] = {
     {{"scan", "--timeout", "1s"}, "--timeout: '1s'"},
     {{"scan", "--timeout", "86400001"}, "--timeout: '86400001'"},
     {{"scan", "--max-age", "-5"}, "--max-age"},
+    {{"range"}, "PEER"},
+    {{"range", "02:00:5e:10:00"}, "PEER: '02:00:5e:10:00'"},
+    {{"range", "02:00:5e:10:00:01", "peer"}, "PEER: 'peer'"},
+    {{"range", "@5180"}, "PEER: ''"},
+    {{"range", "02:00:5e:10:00:01@"}, "PEER: '' is not the centre frequency"},
+    {{"range", "02:00:5e:10:00:01@36"}, "PEER: '36'"},
+    {{"range", "02:00:5e:10:00:01@5181"}, "PEER: '5181'"},
+    {{"range", "02:00:5e:10:00:01@5180MHz"}, "PEER: '5180MHz'"},
+    {{"range", "02:00:5e:10:00:01@-5180"}, "PEER: '-5180'"},
+    {{"range", "02:00:5e:10:00:01@5180@5180"}, "PEER: '5180@5180'"},
+    {{"range", "02:00:5e:10:00:01", "--interval", "100"}, "--interval requires --periodic"},
+    {{"range", "02:00:5e:10:00:01", "--count", "2"}, "--count requires --periodic"},
+    {{"range", "02:00:5e:10:00:01", "--periodic", "--interval", "99"}, "--interval: '99'"},
+    {{"range", "02:00:5e:10:00:01", "--periodic", "--interval", "3600001"}, "--interval: '3600001'"},
+    {{"range", "02:00:5e:10:00:01", "--periodic", "--count", "0"}, "--count: '0'"},
+    {{"range", "02:00:5e:10:00:01", "--periodic", "--count", "1001"}, "--count: '1001'"},
+    {{"range", "02:00:5e:10:00:01", "--repeat", "0"}, "--repeat: '0'"},
+    {{"range", "02:00:5e:10:00:01", "--timeout", "0"}, "--timeout: '0'"},
+    {{"range", "02:00:5e:10:00:01", "--elements"}, "--elements"},
 };
 
 TEST(Kesctl, RefusesAWrongCommandLineAndNamesWhatIsWrong) {
@@ -214,6 +213,12 @@ TEST(Kesctl, HelpsOnStandardOutput) {
       EXPECT_TRUE(Has(outcome.out, part)) << part;
     }
   }
+  for (const std::vector<std::string>& arguments : {std::vector<std::string>{"--help"}, {"range", "--help"}}) {
+    const Outcome outcome = RunKesctl(arguments);
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_TRUE(Has(outcome.out, "kesctl range --repeat 10")) << outcome.out;
+  }
+  EXPECT_TRUE(Has(RunKesctl({"range", "--help"}).out, "delivers one result"));
   EXPECT_TRUE(Has(RunKesctl({"--version"}).out, "kesctl 0."));
 }
 
@@ -255,7 +260,7 @@ TEST(KesctlScan, TellsItsFailuresApart) {
       {Answer::kNothing, {"--timeout", "1"}, 4, "kesctl: timed out: "},
   };
   for (const FailureCase& c : cases) {
-    StandInDaemon daemon(c.answer, {});
+    StandInDaemon daemon(c.answer);
     const Outcome outcome = RunKesctl(ScanAt(daemon, c.options));
     EXPECT_EQ(outcome.exitCode, c.exitCode) << c.said;
     EXPECT_EQ(outcome.out, "");
@@ -269,7 +274,7 @@ TEST(KesctlScan, TellsItsFailuresApart) {
 
 TEST(KesctlScan, AbortsItsRequestWhenItIsInterrupted) {
   for (const int signal : {SIGINT, SIGTERM}) {
-    StandInDaemon daemon(Answer::kNothing, {});
+    StandInDaemon daemon(Answer::kNothing);
     Process kesctl = Kesctl(ScanAt(daemon));
     ASSERT_TRUE(daemon.AwaitRequest());
     kesctl.Signal(signal);

@@ -21,10 +21,16 @@ std::optional<uint32_t> ReadDecimal(const std::string& text) {
   return number;
 }
 
-Value<uint32_t> ReadMilliseconds(const std::string& text) {
+// `what`: what the number counts.
+Value<uint32_t> ReadNumber(const std::string& text, const std::string& what, uint32_t least, uint32_t most) {
   const std::optional<uint32_t> number = ReadDecimal(text);
-  if (number && *number >= 1 && *number <= kMaxMilliseconds) return *number;
-  return BadValue{"'" + text + "' is not a number of milliseconds from 1 to " + std::to_string(kMaxMilliseconds)};
+  if (number && *number >= least && *number <= most) return *number;
+  return BadValue{"'" + text + "' is not a number of " + what + " from " + std::to_string(least) + " to " +
+                  std::to_string(most)};
+}
+
+Value<uint32_t> ReadMilliseconds(const std::string& text) {
+  return ReadNumber(text, "milliseconds", 1, kMaxMilliseconds);
 }
 
 }  // namespace
@@ -72,5 +78,29 @@ Value<kes::MacAddress> ReadBssid(const std::string& text) {
 Value<uint32_t> ReadTimeout(const std::string& text) { return ReadMilliseconds(text); }
 
 Value<uint32_t> ReadMaxAge(const std::string& text) { return ReadMilliseconds(text); }
+
+Value<kes::RangingNode> ReadPeer(const std::string& text) {
+  const std::size_t at = text.find('@');
+  kes::RangingNode node;
+  const Value<kes::MacAddress> mac = ReadBssid(text.substr(0, at));
+  if (const auto* bad = std::get_if<BadValue>(&mac)) return *bad;
+  node.mac = std::get<kes::MacAddress>(mac);
+  if (at == std::string::npos) return node;
+  const std::string frequency = text.substr(at + 1);
+  const std::optional<uint32_t> number = ReadDecimal(frequency);
+  if (!number || wifi::ChannelOfFrequency(*number) == 0) {
+    return BadValue{"'" + frequency + "' is not the centre frequency of a channel in MHz, such as 5180"};
+  }
+  node.parameters.frequencyMhz = static_cast<int32_t>(*number);
+  return node;
+}
+
+Value<uint32_t> ReadInterval(const std::string& text) {
+  return ReadNumber(text, "milliseconds", wifi::kMinRangingIntervalMs, wifi::kMaxRangingIntervalMs);
+}
+
+Value<uint32_t> ReadRounds(const std::string& text) { return ReadNumber(text, "rounds", 1, wifi::kMaxRangingRounds); }
+
+Value<uint32_t> ReadRepeat(const std::string& text) { return ReadNumber(text, "requests", 1, kMaxRepeats); }
 
 }  // namespace kesctl

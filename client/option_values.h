@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "client/mac_address.h"
+#include "client/ranging_request.h"
 #include "host/wifi/discovery_parameters.h"
 
 namespace kesctl {
@@ -22,6 +23,8 @@ using Value = std::variant<T, BadValue>;
 // The longest that a request or an age may be given: one day, in milliseconds.
 inline constexpr uint32_t kMaxMilliseconds = 86'400'000;
 
+inline constexpr uint32_t kMaxRepeats = 1'000'000;
+
 Value<std::string> ReadSocketPath(const std::string& text);     // 1 to 107 bytes
 Value<wifi::RequestMode> ReadMode(const std::string& text);     // fresh, cache, fallback
 Value<wifi::Band> ReadBand(const std::string& text);            // 2.4, 5, all
@@ -30,6 +33,12 @@ Value<std::vector<uint8_t>> ReadSsid(const std::string& text);  // 1 to 32 octet
 Value<kes::MacAddress> ReadBssid(const std::string& text);
 Value<uint32_t> ReadTimeout(const std::string& text);  // ms, 1 to kMaxMilliseconds
 Value<uint32_t> ReadMaxAge(const std::string& text);   // ms, 1 to kMaxMilliseconds
+
+// Of ranging.
+Value<kes::RangingNode> ReadPeer(const std::string& text);  // MAC, or MAC@FREQ with a channel's centre in MHz
+Value<uint32_t> ReadInterval(const std::string& text);      // ms, as the library keeps it
+Value<uint32_t> ReadRounds(const std::string& text);        // 1 to wifi::kMaxRangingRounds
+Value<uint32_t> ReadRepeat(const std::string& text);        // 1 to kMaxRepeats
 
 }  // namespace kesctl
 

@@ -1,10 +1,10 @@
 #include "client/scan_table.h"
 
 #include <algorithm>
-#include <array>
 
 #include "client/element_names.h"
 #include "client/phy.h"
+#include "client/table.h"
 #include "client/text.h"
 #include "client/words.h"
 #include "host/wifi/channels.h"
@@ -12,66 +12,22 @@
 namespace kesctl {
 namespace {
 
-enum Column : std::size_t { kBssid, kSsid, kFrequency, kChannel, kWidth, kSignal, kSecurity, kPhy, kAge, kColumns };
+constexpr Column kColumns[] = {{"BSSID"},     {"SSID"},     {"MHz", true}, {"CHAN", true}, {"WIDTH", true},
+                               {"dBm", true}, {"SECURITY"}, {"PHY"},       {"AGE"}};
+constexpr std::size_t kSignal = 5;
 
-using Row = std::array<std::string, kColumns>;
-
-constexpr bool IsNumber(std::size_t column) { return column >= kFrequency && column <= kSignal; }
-
-const Row& Header() {
-  static const Row header{"BSSID", "SSID", "MHz", "CHAN", "WIDTH", "dBm", "SECURITY", "PHY", "AGE"};
-  return header;
-}
-
-// In whole dBm, rounded to the nearest.
-std::string SignalText(int32_t mbm) {
-  if (mbm == wifi::kSignalUnknown) return "-";
-  const int64_t rounding = mbm < 0 ? -50 : 50;
-  return std::to_string((int64_t{mbm} + rounding) / 100);
-}
-
-Row RowOf(const kes::Measurement& measurement) {
+std::vector<std::string> RowOf(const kes::Measurement& measurement) {
   const uint32_t frequency = measurement.values.frequencyMhz;
   const uint32_t channel = wifi::ChannelOfFrequency(frequency);
-  Row row;
-  row[kBssid] = MacText(measurement.bssid);
-  row[kSsid] = SsidText(measurement.ssidValid, measurement.ssid);
-  row[kFrequency] = frequency == 0 ? "-" : std::to_string(frequency);
-  row[kChannel] = channel == 0 ? "-" : std::to_string(channel);
-  row[kWidth] = kes::WidthName(kes::ChannelWidthOf(measurement.elements, frequency));
-  row[kSignal] = SignalText(measurement.values.signalMbm);
-  row[kSecurity] = SecurityWords(measurement);
-  row[kPhy] = kes::PhyName(kes::PhyOf(measurement.elements, frequency));
-  row[kAge] = AgeWords(measurement.values.ageMs);
-  if (measurement.incomplete) row[kAge] += " !";
-  return row;
-}
-
-std::string_view SignalColour(int32_t mbm) {
-  if (mbm == wifi::kSignalUnknown) return "\033[2m";  // faint
-  if (mbm >= -6000) return "\033[32m";                // green
-  if (mbm >= -7500) return "\033[33m";                // yellow
-  return "\033[31m";                                  // red
-}
-
-constexpr std::string_view kBold = "\033[1m";
-constexpr std::string_view kPlain = "\033[0m";
-
-// `colour` goes around the cell at `coloured`, or around the whole line for kColumns; empty for none.
-void AppendLine(std::string& text, const Row& row, const std::array<std::size_t, kColumns>& widths,
-                std::string_view colour, std::size_t coloured) {
-  if (!colour.empty() && coloured == kColumns) text += colour;
-  for (std::size_t i = 0; i < kColumns; ++i) {
-    if (i != 0) text += "  ";
-    const std::string padding(widths[i] - DisplayCells(row[i]), ' ');
-    if (IsNumber(i)) text += padding;
-    if (!colour.empty() && coloured == i) text += colour;
-    text += row[i];
-    if (!colour.empty() && coloured == i) text += kPlain;
-    if (!IsNumber(i) && i + 1 != kColumns) text += padding;
-  }
-  if (!colour.empty() && coloured == kColumns) text += kPlain;
-  text += '\n';
+  return {MacText(measurement.bssid),
+          SsidText(measurement.ssidValid, measurement.ssid),
+          frequency == 0 ? "-" : std::to_string(frequency),
+          channel == 0 ? "-" : std::to_string(channel),
+          std::string(kes::WidthName(kes::ChannelWidthOf(measurement.elements, frequency))),
+          SignalText(measurement.values.signalMbm),
+          SecurityWords(measurement),
+          std::string(kes::PhyName(kes::PhyOf(measurement.elements, frequency))),
+          AgeWords(measurement.values.ageMs) + (measurement.incomplete ? " !" : "")};
 }
 
 // "  HE Capabilities (255.35), 22 octets: 23010203..."
@@ -97,32 +53,19 @@ std::string ScanTable(const kes::DiscoveryResult& result, const TableStyle& styl
     return a->values.signalMbm > b->values.signalMbm;  // an unknown signal is the smallest number
   });
 
-  std::vector<Row> rows;
-  for (const kes::Measurement* measurement : sorted) rows.push_back(RowOf(*measurement));
-  std::array<std::size_t, kColumns> widths{};
-  for (std::size_t i = 0; i < kColumns; ++i) {
-    widths[i] = Header()[i].size();
-    for (const Row& row : rows) widths[i] = std::max(widths[i], DisplayCells(row[i]));
-  }
-
-  std::string text;
-  if (result.status != wifi::ScanStatus::kOk) {
-    text += "scan status " + std::to_string(static_cast<uint32_t>(result.status)) + ": ";
-    text.append(WordsFor(result.status).name).append("\n");
-  }
+  Table table(kColumns, style.colour);
   std::size_t incomplete = 0;
-  if (!rows.empty()) AppendLine(text, Header(), widths, style.colour ? kBold : std::string_view(), kColumns);
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    const kes::Measurement& measurement = *sorted[i];
-    AppendLine(text, rows[i], widths, style.colour ? SignalColour(measurement.values.signalMbm) : std::string_view(),
-               kSignal);
-    if (style.elements) AppendElements(text, measurement.elements);
-    if (measurement.incomplete) ++incomplete;
+  for (const kes::Measurement* measurement : sorted) {
+    table.Add(RowOf(*measurement));
+    if (measurement->incomplete) ++incomplete;
   }
-  text += std::to_string(rows.size()) + (rows.size() == 1 ? " access point" : " access points");
-  if (incomplete != 0) text += ", " + std::to_string(incomplete) + " of them delivered in part (!)";
-  text += '\n';
-  return text;
+  std::string text = StatusLine(result.status, WordsFor(result.status).name);
+  if (!sorted.empty()) text += table.Header();
+  for (std::size_t i = 0; i < sorted.size(); ++i) {
+    text += table.Line(i, SignalColour(sorted[i]->values.signalMbm), kSignal);
+    if (style.elements) AppendElements(text, sorted[i]->elements);
+  }
+  return text += CountLine(sorted.size(), "access point", incomplete);
 }
 
 }  // namespace kesctl

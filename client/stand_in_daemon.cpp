@@ -21,8 +21,8 @@ void Require(bool condition, const char* what) {
 
 }  // namespace
 
-StandInDaemon::StandInDaemon(Answer scripted, TestResult scriptedResult)
-    : answer(scripted), result(std::move(scriptedResult)), stop(eventfd(0, EFD_CLOEXEC)) {
+StandInDaemon::StandInDaemon(Answer scripted, std::vector<Images> scriptedResults)
+    : answer(scripted), results(std::move(scriptedResults)), stop(eventfd(0, EFD_CLOEXEC)) {
   directory = (std::filesystem::temp_directory_path() / "kesctl-XXXXXX").string();
   Require(mkdtemp(directory.data()) != nullptr, "mkdtemp");
   path = directory + "/socket";
@@ -38,22 +38,22 @@ StandInDaemon::StandInDaemon(Answer scripted, TestResult scriptedResult)
 StandInDaemon::~StandInDaemon() {
   (void)eventfd_write(stop.Get(), 1);
   server.join();
-  if (library.joinable()) library.join();
+  for (std::thread& delivery : library) delivery.join();  // no connection is left that could start more
   std::filesystem::remove_all(directory);
 }
 
-bool StandInDaemon::Await(const bool& condition) {
+bool StandInDaemon::Await(const std::size_t& number, std::size_t count) {
   std::unique_lock lock(mutex);
-  return changed.wait_for(lock, std::chrono::seconds(30), [&] { return condition; });
+  return changed.wait_for(lock, std::chrono::seconds(30), [&] { return number >= count; });
 }
 
-bool StandInDaemon::AwaitRequest() { return Await(requested); }
+bool StandInDaemon::AwaitRequest(std::size_t count) { return Await(requested, count); }
 
-bool StandInDaemon::AwaitHandleReleased() { return Await(handleReleased); }
+bool StandInDaemon::AwaitHandleReleased(std::size_t count) { return Await(handlesReleased, count); }
 
-std::vector<std::vector<uint8_t>> StandInDaemon::RequestBuffers() const {
+std::vector<StandInDaemon::Request> StandInDaemon::Requests() const {
   const std::lock_guard lock(mutex);
-  return buffers;
+  return requests;
 }
 
 void StandInDaemon::ListenAndServe() {
@@ -80,71 +80,83 @@ int32_t StandInDaemon::InvokeRoot(void* context, uint32_t op, ObjectArg* args, u
   uint32_t id = 0;
   if (op != ROOT_OP_OPEN || counts != kRootOpenCounts || args[0].buffer.size != sizeof id) return OBJECT_ERROR_INVALID;
   std::memcpy(&id, args[0].buffer.ptr, sizeof id);
-  if (id != SERVICE_ID_DISCOVERY_SCAN || self->answer == Answer::kNoService) return OBJECT_ERROR_INVALID;
-  args[1].object = {&StandInDaemon::InvokeDiscovery, context};
+  if ((id != SERVICE_ID_DISCOVERY_SCAN && id != SERVICE_ID_RANGING_SCAN) || self->answer == Answer::kNoService) {
+    return OBJECT_ERROR_INVALID;
+  }
+  args[1].object = {id == SERVICE_ID_DISCOVERY_SCAN ? &InvokeDiscovery : &InvokeRanging, context};
   return OBJECT_OK;
 }
 
 int32_t StandInDaemon::InvokeDiscovery(void* context, uint32_t op, ObjectArg* args, uint32_t counts) {
   if (op != kStartDiscoveryScan || counts != kStartDiscoveryScanCounts) return OBJECT_ERROR_INVALID;
-  return static_cast<StandInDaemon*>(context)->Start(args);
+  return static_cast<StandInDaemon*>(context)->Start({SERVICE_ID_DISCOVERY_SCAN, op, {}}, args, 4);
 }
 
-int32_t StandInDaemon::Start(ObjectArg* args) {
+int32_t StandInDaemon::InvokeRanging(void* context, uint32_t op, ObjectArg* args, uint32_t counts) {
+  if (op > kStartPeriodicRangingScan || counts != kStartRangingScanCounts) return OBJECT_ERROR_INVALID;
+  return static_cast<StandInDaemon*>(context)->Start({SERVICE_ID_RANGING_SCAN, op, {}}, args, 2);
+}
+
+int32_t StandInDaemon::Start(Request request, ObjectArg* args, std::size_t inputBuffers) {
   if (answer == Answer::kRejected) return OBJECT_ERROR;
-  const Object callback = args[4].object;
+  const Object callback = args[inputBuffers].object;
+  for (std::size_t i = 0; i < inputBuffers; ++i) {
+    const auto* first = static_cast<const uint8_t*>(args[i].buffer.ptr);
+    request.buffers.emplace_back(first, first + args[i].buffer.size);
+  }
   ObjectRetain(callback);
-  if (answer == Answer::kEarlyResult) Deliver(callback);
+  Images result;
   {
     const std::lock_guard lock(mutex);
-    for (std::size_t i = 0; i < 4; ++i) {
-      const auto* first = static_cast<const uint8_t*>(args[i].buffer.ptr);
-      buffers.emplace_back(first, first + args[i].buffer.size);
-    }
-    pendingCallback = callback;
-    requested = true;
+    if (requested < results.size()) result = results[requested];
+    requests.push_back(std::move(request));
+    handles.push_back({this, callback});
+    ++requested;
+    args[inputBuffers + 1].object = {&StandInDaemon::InvokeHandle, &handles.back()};
   }
-  args[5].object = {&StandInDaemon::InvokeHandle, this};
   changed.notify_all();
-  if (answer == Answer::kResult || answer == Answer::kHangUp) {
+  const bool hasResult = !result.empty();
+  if (answer == Answer::kEarlyResult && hasResult) Deliver(callback, std::move(result));
+  if ((answer == Answer::kResult && hasResult) || answer == Answer::kHangUp) {
     ObjectRetain(callback);
-    library = std::thread([this, callback] { AnswerLater(callback); });
+    const std::lock_guard lock(mutex);
+    library.emplace_back([this, callback, result] { AnswerLater(callback, result); });
   }
   return OBJECT_OK;
 }
 
-void StandInDaemon::AnswerLater(Object callback) {
+void StandInDaemon::AnswerLater(Object callback, Images result) {
   if (answer == Answer::kHangUp) {
     std::unique_lock lock(mutex);
     const std::shared_ptr<fenk::Connection> ended = connection;
     lock.unlock();
     ended->Close();
   } else {
-    Deliver(callback);
+    Deliver(callback, std::move(result));
   }
   ObjectRelease(callback);
 }
 
-void StandInDaemon::Deliver(Object callback) {
-  std::vector<uint8_t> images[4] = {ImageOf(result.header), ImageOf(result.measurements), ImageOf(result.infos),
-                                    result.bytes};
-  ObjectArg args[4] = {};
-  for (std::size_t i = 0; i < 4; ++i)
-    args[i].buffer = {images[i].empty() ? nullptr : images[i].data(), images[i].size()};
-  (void)callback.invoke(callback.context, kDeliverResult, args, kDeliverDiscoveryResultCounts);
+void StandInDaemon::Deliver(Object callback, Images result) {
+  std::vector<ObjectArg> args(result.size());
+  for (std::size_t i = 0; i < result.size(); ++i) {
+    args[i].buffer = {result[i].empty() ? nullptr : result[i].data(), result[i].size()};
+  }
+  const auto inputBuffers = static_cast<uint32_t>(result.size());
+  (void)callback.invoke(callback.context, kDeliverResult, args.data(), ObjectCounts(inputBuffers, 0, 0, 0));
 }
 
 int32_t StandInDaemon::InvokeHandle(void* context, uint32_t op, ObjectArg*, uint32_t) {
-  auto* self = static_cast<StandInDaemon*>(context);
+  auto* handle = static_cast<Handle*>(context);
   if (ObjectOperation(op) != OBJECT_OP_RELEASE) return OBJECT_OK;
-  Object callback;
+  StandInDaemon* self = handle->owner;
+  const Object callback = handle->callback;
   {
     const std::lock_guard lock(self->mutex);
-    callback = std::exchange(self->pendingCallback, Object{nullptr, nullptr});
-    self->handleReleased = true;
+    ++self->handlesReleased;
   }
   self->changed.notify_all();
-  if (callback.invoke != nullptr) ObjectRelease(callback);
+  ObjectRelease(callback);
   return OBJECT_OK;
 }
 

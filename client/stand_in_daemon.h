@@ -1,9 +1,12 @@
-// A small daemon for tests: a socket, the root object and a discovery service that does as it is told and remembers
-// what it was asked.
+// A small daemon for tests: a socket, the root object and scan services that do as they are told and remember what they
+// were asked.
 #ifndef KESD_CLIENT_STAND_IN_DAEMON_H_
 #define KESD_CLIENT_STAND_IN_DAEMON_H_
 
+#include <concepts>
 #include <condition_variable>
+#include <cstddef>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -26,32 +29,50 @@ enum class Answer {
 
 class StandInDaemon {
  public:
-  // Listens on SocketPath(), in a directory of its own, and serves one connection after another.
-  StandInDaemon(Answer answer, TestResult result);
+  // Listens on SocketPath(), in a directory of its own, and serves one connection after another. Each request gets the
+  // next of `results`; none is delivered when there are no more.
+  explicit StandInDaemon(Answer answer, std::vector<Images> results = {});
+  template <typename Records>
+  requires std::same_as<Records, TestResult> || std::same_as<Records, TestRangingResult> StandInDaemon(
+      Answer scripted, const Records& result)
+      : StandInDaemon(scripted, std::vector<Images>(1, ImagesOf(result))) {}
   ~StandInDaemon();
 
   const std::string& SocketPath() const { return path; }
 
   // Each waits for the event, and is false when it did not come in a generous time.
-  bool AwaitRequest();
-  bool AwaitHandleReleased();
+  bool AwaitRequest(std::size_t count = 1);
+  bool AwaitHandleReleased(std::size_t count = 1);
 
-  // Only after AwaitRequest.
-  std::vector<std::vector<uint8_t>> RequestBuffers() const;
+  struct Request {
+    uint32_t service;
+    uint32_t operation;
+    Images buffers;
+  };
+  // Those so far.
+  std::vector<Request> Requests() const;
+  // Of the first. Only after AwaitRequest.
+  Images RequestBuffers() const { return Requests().at(0).buffers; }
 
  private:
+  struct Handle {
+    StandInDaemon* owner;
+    Object callback;  // until the handle is released
+  };
+
   static int32_t InvokeRoot(void* context, uint32_t op, ObjectArg* args, uint32_t counts);
   static int32_t InvokeDiscovery(void* context, uint32_t op, ObjectArg* args, uint32_t counts);
+  static int32_t InvokeRanging(void* context, uint32_t op, ObjectArg* args, uint32_t counts);
   static int32_t InvokeHandle(void* context, uint32_t op, ObjectArg* args, uint32_t counts);
 
-  int32_t Start(ObjectArg* args);
-  void Deliver(Object callback);
-  void AnswerLater(Object callback);
+  int32_t Start(Request request, ObjectArg* args, std::size_t inputBuffers);
+  void Deliver(Object callback, Images result);
+  void AnswerLater(Object callback, Images result);
   void ListenAndServe();
-  bool Await(const bool& condition);
+  bool Await(const std::size_t& number, std::size_t count);
 
   const Answer answer;
-  const TestResult result;
+  const std::vector<Images> results;
   std::string directory;
   std::string path;
   fenk::UniqueFd listener;
@@ -60,11 +81,11 @@ class StandInDaemon {
   mutable std::mutex mutex;
   std::condition_variable changed;
   std::shared_ptr<fenk::Connection> connection;
-  std::vector<std::vector<uint8_t>> buffers;
-  Object pendingCallback{nullptr, nullptr};
-  bool requested = false;
-  bool handleReleased = false;
-  std::thread library;  // delivers results, as the daemon's Wi-Fi library does
+  std::vector<Request> requests;
+  std::list<Handle> handles;
+  std::size_t requested = 0;
+  std::size_t handlesReleased = 0;
+  std::vector<std::thread> library;  // each delivers a result, as the daemon's Wi-Fi library does
   std::thread server;
 };
 

@@ -62,6 +62,46 @@ StatusWords WordsFor(wifi::ScanStatus status) {
   return {"unknown", "The daemon's Wi-Fi library is newer than this kesctl; look into the daemon's log."};
 }
 
+StatusWords RangingWordsFor(wifi::ScanStatus status) {
+  switch (status) {
+    case wifi::ScanStatus::kUnsupported:
+      return {"unsupported",
+              "The daemon's measurement source cannot range: not every one can, and a capture never can."};
+    case wifi::ScanStatus::kInvalidRequest:
+      return {"invalid request", "The measurement source cannot serve these peers or channels; try fewer."};
+    default:
+      return WordsFor(status);
+  }
+}
+
+std::string RangingStatusName(wifi::RangingStatus status) {
+  switch (status) {
+    case wifi::RangingStatus::kSuccess:
+      return "success";
+    case wifi::RangingStatus::kFailed:
+      return "failed";
+    case wifi::RangingStatus::kNoResponse:
+      return "no-response";
+    case wifi::RangingStatus::kUnknownPeer:
+      return "unknown-peer";
+    case wifi::RangingStatus::kNotCapable:
+      return "not-capable";
+    case wifi::RangingStatus::kRejected:
+      return "rejected";
+    case wifi::RangingStatus::kWrongChannel:
+      return "wrong-channel";
+    case wifi::RangingStatus::kBusy:
+      return "busy";
+    case wifi::RangingStatus::kInvalidTimestamp:
+      return "invalid-timestamp";
+    case wifi::RangingStatus::kChangedParameters:
+      return "changed-parameters";
+    case wifi::RangingStatus::kNotMeasured:
+      return "not-measured";
+  }
+  return "unknown(" + std::to_string(static_cast<uint32_t>(status)) + ")";
+}
+
 std::string AgeWords(uint32_t ageMs) {
   const uint32_t seconds = ageMs / 1000;
   if (seconds < 10) return std::to_string(seconds) + '.' + std::to_string(ageMs / 100 % 10) + " s";

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "client/discovery_result.h"
+#include "client/ranging_result.h"
 #include "client/security.h"
 
 namespace kesctl {
@@ -22,7 +23,11 @@ struct StatusWords {
   std::string_view name;
   std::string_view advice;  // a sentence; empty when there is nothing to do
 };
-StatusWords WordsFor(wifi::ScanStatus status);
+StatusWords WordsFor(wifi::ScanStatus status);         // of a discovery scan
+StatusWords RangingWordsFor(wifi::ScanStatus status);  // of a ranging request
+
+// How the ranging of one peer ended, in kebab case: "success", "no-response"; "unknown(N)" when the number has no name.
+std::string RangingStatusName(wifi::RangingStatus status);
 
 // "0.3 s", "45 s", "12 min", "5 h".
 std::string AgeWords(uint32_t ageMs);

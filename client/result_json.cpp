@@ -1,4 +1,4 @@
-#include "client/scan_json.h"
+#include "client/result_json.h"
 
 #include <nlohmann/json.hpp>
 
@@ -27,9 +27,10 @@ Json ElementList(std::span<const uint8_t> elements) {
   return list;
 }
 
+Json SignalValue(int32_t mbm) { return mbm != wifi::kSignalUnknown ? Json(mbm / 100.0) : Json(nullptr); }
+
 Json ToJson(const kes::Measurement& measurement) {
   const wifi::ScanValues& values = measurement.values;
-  const bool hasSignal = values.signalMbm != wifi::kSignalUnknown;
   Json json{
       {"bssid", MacText(measurement.bssid)},
       {"ssid", SsidValue(measurement)},
@@ -37,7 +38,7 @@ Json ToJson(const kes::Measurement& measurement) {
       {"ssid_valid", measurement.ssidValid},
       {"frequency_mhz", values.frequencyMhz},
       {"channel", wifi::ChannelOfFrequency(values.frequencyMhz)},
-      {"signal_dbm", hasSignal ? Json(values.signalMbm / 100.0) : Json(nullptr)},
+      {"signal_dbm", SignalValue(values.signalMbm)},
       {"age_ms", values.ageMs},
       {"beacon_interval_tu", values.beaconIntervalTu},
       {"capability", values.capability},
@@ -49,14 +50,37 @@ Json ToJson(const kes::Measurement& measurement) {
   return json;
 }
 
-}  // namespace
+Json ToJson(const kes::RangingMeasurement& measurement) {
+  const wifi::RangingValues& ranging = measurement.ranging;
+  const bool isMeasured = ranging.status == wifi::RangingStatus::kSuccess;
+  Json peers = Json::array();
+  for (const kes::MacAddress& mac : measurement.peers) peers.push_back(MacText(mac));
+  Json json{
+      {"bssid", MacText(measurement.bssid)},
+      {"status", RangingStatusName(ranging.status)},
+      {"distance_m", isMeasured ? Json(ranging.distanceMm / 1000.0) : Json(nullptr)},
+      {"distance_std_m", isMeasured ? Json(ranging.distanceStdMm / 1000.0) : Json(nullptr)},
+      {"rtt_ps", isMeasured ? Json(ranging.rttPs) : Json(nullptr)},
+      {"signal_dbm", SignalValue(ranging.signalMbm)},
+      {"peers", std::move(peers)},
+  };
+  if (measurement.incomplete) json["incomplete"] = true;
+  return json;
+}
 
-std::string ScanJson(const kes::DiscoveryResult& result) {
+template <typename ScanResult>
+std::string ResultJson(const ScanResult& result) {
   Json measurements = Json::array();
-  for (const kes::Measurement& measurement : result.measurements) measurements.push_back(ToJson(measurement));
+  for (const auto& measurement : result.measurements) measurements.push_back(ToJson(measurement));
   const Json json{{"scan_status", static_cast<uint32_t>(result.status)}, {"measurements", std::move(measurements)}};
   constexpr bool kEnsureAscii = true;
   return json.dump(-1, ' ', kEnsureAscii) + '\n';
 }
+
+}  // namespace
+
+std::string ScanJson(const kes::DiscoveryResult& result) { return ResultJson(result); }
+
+std::string RangeJson(const kes::RangingResult& result) { return ResultJson(result); }
 
 }  // namespace kesctl

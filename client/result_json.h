@@ -1,14 +1,15 @@
-// A discovery result as JSON for programs.
-#ifndef KESD_CLIENT_SCAN_JSON_H_
-#define KESD_CLIENT_SCAN_JSON_H_
+// Results as JSON for programs: one line with one object, in ASCII.
+#ifndef KESD_CLIENT_RESULT_JSON_H_
+#define KESD_CLIENT_RESULT_JSON_H_
 
 #include <string>
 
 #include "client/discovery_result.h"
+#include "client/ranging_result.h"
 
 namespace kesctl {
 
-// One line with one object, in ASCII: whatever else an SSID holds is written as \u escapes.
+// Whatever an SSID holds beside ASCII is written as \u escapes.
 //   {"scan_status": N, "measurements": [M...]}, in the order of delivery, where each M has
 //   "bssid": "aa:bb:cc:dd:ee:ff"
 //   "ssid": text, or null when it is not UTF-8 or the network hides it
@@ -21,6 +22,15 @@ namespace kesctl {
 //   "incomplete": true, only when the daemon delivered less than the measurement refers to
 std::string ScanJson(const kes::DiscoveryResult& result);
 
+//   {"scan_status": N, "measurements": [M...]}, in the order of delivery, where each M has
+//   "bssid": the peer, "aa:bb:cc:dd:ee:ff"
+//   "status": "success", "no-response"...; "unknown(N)" when the number has no name
+//   "distance_m", "distance_std_m": its standard deviation, "rtt_ps": numbers, or null unless the status is "success"
+//   "signal_dbm": number, or null when unknown
+//   "peers": [MAC address...], as delivered
+//   "incomplete": true, only when the daemon delivered less than the measurement refers to
+std::string RangeJson(const kes::RangingResult& result);
+
 }  // namespace kesctl
 
-#endif  // KESD_CLIENT_SCAN_JSON_H_
+#endif  // KESD_CLIENT_RESULT_JSON_H_

@@ -1,0 +1,95 @@
+// What the subcommands share that ask the daemon for results: waiting with progress, signals, and the exit code.
+#ifndef KESD_CLIENT_SESSION_H_
+#define KESD_CLIENT_SESSION_H_
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "client/client.h"
+#include "client/console.h"
+#include "client/interrupts.h"
+#include "client/words.h"
+
+namespace kesctl {
+
+// Asks the daemon, one request after the other over one connection, and shows what it answers.
+class Session {
+ public:
+  // `activity`: what the progress line says is going on. `timeoutMs`: that of each request, 0 when it is left to the
+  // daemon. A result is waited for as long as that and five seconds more, or one minute.
+  Session(std::string socketPath, std::string_view activity, int64_t timeoutMs);
+
+  // Starts a scan with `start`, a member of kes::Client, and waits for its result; connects first, unless connected.
+  // Nothing when there is no result: that was said then, and is in the exit code. A first SIGINT or SIGTERM ends it and
+  // aborts its request; one that comes together with a result takes effect at the next call.
+  template <typename Scan, typename Request>
+  auto Ask(kes::Result<Scan> (kes::Client::*start)(const Request&), const Request& request) {
+    using Answer = std::decay_t<decltype(*std::declval<Scan&>().Wait({}, -1))>;
+    if (signal == 0) {
+      std::optional<Interrupts> interrupts(std::in_place);
+      kes::Result<Answer> result = Run<Answer>(start, request, interrupts->WakeDescriptor());
+      interrupts.reset();  // from here on a signal ends the process as usual
+      signal = Interrupts::Caught();
+      if (result) return std::optional<Answer>(std::move(*result));
+      if (signal == 0) failure = Fail(result.GetError(), socketPath);
+    }
+    if (signal != 0) SayInterrupted();
+    return std::optional<Answer>();
+  }
+
+  // Prints `text` and, when the status is not ok, what `words` say of it. False when it could not be printed.
+  bool Show(std::string_view text, wifi::ScanStatus status, const StatusWords& words);
+
+  // A failure decides, else the first status other than ok.
+  int ExitCode() const { return failure != kExitDelivered ? failure : badStatus; }
+
+ private:
+  static constexpr std::chrono::milliseconds kProgressInterval{100};
+
+  // From connect to result.
+  template <typename Answer, typename Scan, typename Request>
+  kes::Result<Answer> Run(kes::Result<Scan> (kes::Client::*start)(const Request&), const Request& request, int wakeFd) {
+    if (const std::optional<kes::Error> error = Connect()) return *error;
+    kes::Result<Scan> scan = ((*client).*start)(request);
+    if (!scan) return scan.GetError();
+    kes::Result<Answer> result = WaitWithProgress<Answer>(*scan, wakeFd);
+    scan->Abort();
+    return result;
+  }
+
+  // Waits for the result; while a person watches, in short turns that each move the progress line on.
+  template <typename Answer, typename Scan>
+  kes::Result<Answer> WaitWithProgress(Scan& scan, int wakeFd) {
+    ProgressLine progress(activity);
+    const fenk::Clock::time_point deadline = fenk::Clock::now() + patience;
+    for (;;) {
+      const fenk::Clock::time_point turn = progress.IsShown() ? fenk::Clock::now() + kProgressInterval : deadline;
+      kes::Result<Answer> result = scan.Wait(std::min(turn, deadline), wakeFd);
+      const bool turnEnded = !result && result.GetError().kind == kes::ErrorKind::kTimedOut;
+      if (!turnEnded || fenk::Clock::now() >= deadline) return result;
+      progress.Update();
+    }
+  }
+
+  // Nothing once there is a client.
+  std::optional<kes::Error> Connect();
+  void SayInterrupted();
+
+  const std::string socketPath;
+  const std::string_view activity;
+  const std::chrono::milliseconds patience;
+  std::optional<kes::Client> client;
+  int signal = 0;                  // caught
+  int failure = kExitDelivered;    // why there is no result, or it was not written
+  int badStatus = kExitDelivered;  // the first
+};
+
+}  // namespace kesctl
+
+#endif  // KESD_CLIENT_SESSION_H_
