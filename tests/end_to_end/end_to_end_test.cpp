@@ -118,6 +118,60 @@ TEST(EndToEnd, ServesEachModeOfADiscoveryScan) {
   EXPECT_EQ(daemon.Stop().exitCode, 0);
 }
 
+TEST(EndToEnd, RangesOnceAndPeriodically) {
+  Daemon daemon("scene:delay=0");
+  auto client = daemon.Connect();
+  ASSERT_TRUE(client) << client.GetError().message;
+  kes::RangingRequest request;
+  for (const kes::MacAddress& mac : {kes::MacAddress{0x02, 0xA0, 0xC9, 0x11, 0x45, 0x05},
+                                     {0x02, 0x40, 0xF4, 0x03, 0x12, 0x99},
+                                     {0x02, 0x00, 0x00, 0x00, 0x00, 0x77}}) {
+    request.nodes.push_back({mac, std::nullopt, {}});
+  }
+  for (const bool periodic : {false, true}) {
+    if (periodic) request.periodic.emplace(kes::PeriodicRanging{.intervalMs = 100, .rounds = 3});
+    auto scan = client->StartRanging(request);
+    ASSERT_TRUE(scan) << scan.GetError().message;
+    const auto result = scan->Wait(Soon(), -1);
+    ASSERT_TRUE(result) << result.GetError().message;
+    EXPECT_EQ(result->status, wifi::ScanStatus::kOk);
+    ASSERT_EQ(result->measurements.size(), 3u);
+    const kes::RangingMeasurement& near = result->measurements[0];
+    EXPECT_EQ(near.bssid, request.nodes[0].mac);
+    EXPECT_EQ(near.ranging.status, wifi::RangingStatus::kSuccess);
+    EXPECT_GT(near.ranging.distanceMm, 0);
+    EXPECT_EQ(near.ranging.burstsAsked, 2);
+    EXPECT_EQ(near.peers, std::vector{request.nodes[0].mac});
+    EXPECT_FALSE(near.incomplete);
+    EXPECT_EQ(result->measurements[1].ranging.status, wifi::RangingStatus::kNotCapable);
+    EXPECT_EQ(result->measurements[2].ranging.status, wifi::RangingStatus::kUnknownPeer);
+  }
+  EXPECT_EQ(daemon.Stop().exitCode, 0);
+}
+
+TEST(EndToEnd, RangingShowsAsATableAndAsJson) {
+  Daemon daemon("scene:delay=0");
+  const Outcome table = testing_process::Run(daemon.Kesctl({"range", "02:a0:c9:11:45:05@5180"}));
+  EXPECT_EQ(table.exitCode, 0) << table.err;
+  EXPECT_NE(table.out.find("02:a0:c9:11:45:05"), std::string::npos);
+  const Outcome json = testing_process::Run(daemon.Kesctl({"range", "02:a0:c9:11:45:05", "--repeat", "3", "--json"}));
+  EXPECT_EQ(json.exitCode, 0) << json.err;
+  std::istringstream lines(json.out);
+  int results = 0;
+  for (std::string line; std::getline(lines, line); ++results) {
+    const auto parsed = nlohmann::json::parse(line, nullptr, false);
+    ASSERT_TRUE(parsed.is_object()) << line;
+    EXPECT_EQ(parsed["scan_status"], 0);
+    EXPECT_EQ(parsed["measurements"][0]["status"], "success");
+    EXPECT_EQ(parsed["measurements"][0]["peers"][0], "02:a0:c9:11:45:05");
+  }
+  EXPECT_EQ(results, 3);
+  EXPECT_EQ(daemon.Stop().exitCode, 0);
+
+  Daemon unable("capture:/nonexistent/file.pcap");
+  EXPECT_EQ(testing_process::Run(unable.Kesctl({"range", "02:a0:c9:11:45:05"})).exitCode, 1);
+}
+
 TEST(EndToEnd, AClientThatDiesAbortsItsRequestAndNobodyElses) {
   Daemon daemon("scene:delay=600000", {"KES_LOG=kesd=debug"});
   Process doomed(daemon.Kesctl({"scan"}));
@@ -162,8 +216,8 @@ TEST(EndToEnd, ASourceThatCannotBeReadIsSaidToTheClient) {
   EXPECT_NE(ended.out.find("/nonexistent/file.pcap"), std::string::npos) << ended.out;
 }
 
-// Each thread is a client with a connection of its own; every third request is aborted at once, some while their result
-// is on its way.
+// Each thread is a client with a connection of its own that scans and ranges in turn; every third request is aborted at
+// once, some while their result is on its way.
 TEST(EndToEnd, ManyClientsAtOnceEachGetTheirOwnResults) {
   constexpr int kClients = 8;
   constexpr int kRequests = 60;
@@ -175,15 +229,21 @@ TEST(EndToEnd, ManyClientsAtOnceEachGetTheirOwnResults) {
       auto client = daemon.Connect();
       ASSERT_TRUE(client) << client.GetError().message;
       for (int i = 0; i < kRequests; ++i) {
-        auto scan = client->StartDiscovery({});
-        ASSERT_TRUE(scan) << scan.GetError().message;
-        if (i % 3 == 0) {
-          scan->Abort();
-          continue;
+        const auto await = [&](auto scan, size_t expected) {
+          ASSERT_TRUE(scan) << scan.GetError().message;
+          if (i % 3 == 0) return scan->Abort();
+          const auto result = scan->Wait(Soon(), -1);
+          ASSERT_TRUE(result) << result.GetError().message;
+          ASSERT_EQ(result->measurements.size(), expected);
+          ++delivered;
+        };
+        if (i % 2 == 0) {
+          await(client->StartDiscovery({}), 40);
+        } else {
+          kes::RangingRequest request;
+          request.nodes.resize(5);
+          await(client->StartRanging(request), 5);
         }
-        const auto result = scan->Wait(Soon(), -1);
-        ASSERT_EQ(CountOf(result), 40u);
-        ++delivered;
       }
     });
   }
