@@ -101,7 +101,7 @@ void AddRange(CLI::App& app, RangeOptions& options) {
   CLI::App* range = app.add_subcommand("range", "Measure the distance to peers");
   range->fallthrough();
   CLI::Option* peers = AddValue(
-      *range, "PEER", "MAC[@FREQ]", ReadPeer, [&](kes::RangingNode node) { request.nodes.push_back(std::move(node)); },
+      *range, "PEER", "MAC[@FREQ]", ReadPeer, [&](const kes::RangingNode& node) { request.nodes.push_back(node); },
       "The peer's MAC address and, if it is known, the centre of its primary channel in MHz");
   MayRepeat(peers);
   peers->allow_extra_args()->required();

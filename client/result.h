@@ -33,8 +33,9 @@ struct Error {
 template <typename T>
 class [[nodiscard]] Result {
  public:
-  Result(T value) : state(std::in_place_index<0>, std::move(value)) {}
-  Result(Error error) : state(std::in_place_index<1>, std::move(error)) {}
+  // Implicit, so that a function returns either by name.
+  Result(T value) : state(std::in_place_index<0>, std::move(value)) {}      // NOLINT(google-explicit-constructor)
+  Result(Error error) : state(std::in_place_index<1>, std::move(error)) {}  // NOLINT(google-explicit-constructor)
 
   explicit operator bool() const { return state.index() == 0; }
 

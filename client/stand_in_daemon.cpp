@@ -116,7 +116,7 @@ int32_t StandInDaemon::Start(Request request, ObjectArg* args, std::size_t input
   }
   changed.notify_all();
   const bool hasResult = !result.empty();
-  if (answer == Answer::kEarlyResult && hasResult) Deliver(callback, std::move(result));
+  if (answer == Answer::kEarlyResult && hasResult) Deliver(callback, result);
   if ((answer == Answer::kResult && hasResult) || answer == Answer::kHangUp) {
     ObjectRetain(callback);
     const std::lock_guard lock(mutex);
@@ -132,7 +132,7 @@ void StandInDaemon::AnswerLater(Object callback, Images result) {
     lock.unlock();
     ended->Close();
   } else {
-    Deliver(callback, std::move(result));
+    Deliver(callback, result);
   }
   ObjectRelease(callback);
 }

@@ -30,8 +30,8 @@ enum class Answer {
 class StandInDaemon {
  public:
   // Listens on SocketPath(), in a directory of its own, and serves one connection after another. Each request gets the
-  // next of `results`; none is delivered when there are no more.
-  explicit StandInDaemon(Answer answer, std::vector<Images> results = {});
+  // next of `scriptedResults`; none is delivered when there are no more.
+  explicit StandInDaemon(Answer scripted, std::vector<Images> scriptedResults = {});
   template <typename Records>
   requires std::same_as<Records, TestResult> || std::same_as<Records, TestRangingResult> StandInDaemon(
       Answer scripted, const Records& result)

@@ -24,7 +24,7 @@ void Table::Add(std::vector<std::string> row) {
 std::string Table::Header() const {
   std::vector<std::string> titles;
   for (const Column& column : columns) titles.emplace_back(column.title);
-  const std::string line = Line(titles, "", 0);
+  std::string line = Line(titles, "", 0);
   if (!colours) return line;
   return std::string(kBold).append(line, 0, line.size() - 1).append(kPlain).append("\n");
 }

@@ -36,8 +36,9 @@ VexoDispatcher::VexoDispatcher() {
 VexoDispatcher::~VexoDispatcher() {
   // First of all, while the table and the lock are there for the reports that still arrive. The callback objects of
   // what is pending are not released: their framework has ended.
-  delete client.get();  // a report in progress may still send: the pointer stays until the client is gone
-  client.release();
+  // A report in progress may still send: the pointer stays until the client is gone.
+  delete client.get();
+  (void)client.release();
 }
 
 int32_t VexoDispatcher::SendRequest(zv_loc_fw::VEXORequest* request, ResponseHandler handler, Object callback,

@@ -51,7 +51,7 @@ class VEXOChannelInfo {
   explicit VEXOChannelInfo(unsigned int channel);
   VEXOChannelInfo(const VEXOChannelInfo&) = default;
   VEXOChannelInfo& operator=(const VEXOChannelInfo&) = default;
-  ~VEXOChannelInfo();
+  ~VEXOChannelInfo();  // NOLINT(performance-trivially-destructible): the library's own
 
   uint32_t channel;
 };

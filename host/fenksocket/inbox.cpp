@@ -14,7 +14,7 @@ namespace fenk {
 namespace {
 
 // Holds any request and most results; an idle connection keeps no more than this.
-constexpr std::size_t kChunkBytes = 8 * 1024;
+constexpr std::size_t kChunkBytes = 8192;
 
 // A large frame's memory is kept for the next one this long: fresh pages cost more than the copy into them.
 constexpr std::chrono::seconds kKeepLargeChunk{1};

@@ -1,13 +1,13 @@
 #include "host/fenksocket/service.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <sys/un.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <new>
 #include <optional>
@@ -35,9 +35,9 @@ constexpr const char* kTag = "fenksocket";
 
 // Enough for the deepest nesting of invocations, few enough for a thousand idle connections.
 #ifdef FENK_SANITIZED
-constexpr std::size_t kStackBytes = 2 * 1024 * 1024;
+constexpr std::size_t kStackBytes = 2'097'152;
 #else
-constexpr std::size_t kStackBytes = 256 * 1024;
+constexpr std::size_t kStackBytes = 262'144;
 #endif
 
 // How long accepting rests when it fails, mostly for want of descriptors or memory: the listening socket stays readable

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <optional>
 #include <string>
 #include <variant>
@@ -56,7 +55,7 @@ int main(int argc, char** argv) {
   if (!OpenStandardStreams()) return kFailure;
   try {
     return Launch(argc, argv);
-  } catch (const std::bad_alloc&) {
+  } catch (...) {  // nothing else is thrown here
     fputs("kesd-launch: out of memory\n", stderr);
     return kFailure;
   }

@@ -67,7 +67,7 @@ class Client final : public zv_loc_fw::VEXOClient {
 
   template <typename Request>
   SendResult TakeRanging(const Request& request, Place place);
-  SendResult SendRanging(RangingPointer ranging);
+  SendResult SendRanging(const RangingPointer& ranging);
   bool StartRound(const RangingPointer& ranging, TimePoint start) noexcept;
   void Report(const RangingPointer& ranging, wifi::ScanStatus status, const std::vector<RangedPeer>& peers) noexcept;
 

@@ -77,7 +77,7 @@ Client::SendResult Client::TakeRanging(const Request& request, Place place) {
 template Client::SendResult Client::TakeRanging(const zv_loc_fw::VEXORangingScanRequest&, Place);
 template Client::SendResult Client::TakeRanging(const zv_loc_fw::VEXOPeriodicRangingScanRequest&, Place);
 
-Client::SendResult Client::SendRanging(RangingPointer ranging) {
+Client::SendResult Client::SendRanging(const RangingPointer& ranging) {
   if (!ranging->query.nodes.empty()) {
     return StartRound(ranging, Scheduler::Clock::now()) ? kAccepted : kNoMemory;
   }

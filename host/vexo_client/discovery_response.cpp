@@ -1,7 +1,6 @@
 #include "host/vexo_client/discovery_response.h"
 
-#include <time.h>
-
+#include <ctime>
 #include <utility>
 
 #include "host/vexo_client/response_parts.h"
@@ -10,7 +9,6 @@
 namespace vexo_host {
 namespace {
 
-using zv_loc_fw::ElementObject;
 using zv_loc_fw::VEXOFullBeaconScanMeasurement;
 
 uint64_t BootTimeUs() {

@@ -45,7 +45,7 @@ struct Answer {
 
 // `askedMs`, at most a day, which keeps sums of times far from overflow; `standardMs` where it is 0 or below.
 inline std::chrono::milliseconds BoundedTimeout(int64_t askedMs, int64_t standardMs) {
-  constexpr int64_t kLongestMs = 24 * 60 * 60 * 1000;
+  constexpr int64_t kLongestMs = 86'400'000;
   return std::chrono::milliseconds(askedMs <= 0 ? standardMs : std::min(askedMs, kLongestMs));
 }
 

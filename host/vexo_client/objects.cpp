@@ -15,11 +15,7 @@ constexpr int kMaxSsidOctets = 32;
 
 VEXOMacAddress::VEXOMacAddress() : lo24(0), hi24(0) {}
 
-VEXOMacAddress& VEXOMacAddress::operator=(const VEXOMacAddress& other) {
-  lo24 = other.lo24;
-  hi24 = other.hi24;
-  return *this;
-}
+VEXOMacAddress& VEXOMacAddress::operator=(const VEXOMacAddress& other) = default;
 
 void VEXOMacAddress::setMac(int high, int low) {
   hi24 = high & kHalfMask;

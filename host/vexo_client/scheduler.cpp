@@ -1,8 +1,7 @@
 #include "host/vexo_client/scheduler.h"
 
-#include <signal.h>
-
 #include <algorithm>
+#include <csignal>
 #include <new>
 #include <system_error>
 #include <utility>
