@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
+#include <utility>
 
 #include "host/fenksocket/limits.h"
 #include "ipc/services.h"
@@ -132,7 +133,7 @@ void StandInDaemon::AnswerLater(Object callback, Images result) {
     lock.unlock();
     ended->Close();
   } else {
-    Deliver(callback, result);
+    Deliver(callback, std::move(result));
   }
   ObjectRelease(callback);
 }
