@@ -17,12 +17,13 @@ using std::chrono::hours;
 using std::chrono::milliseconds;
 using Clock = Scheduler::Clock;
 
+// What tasks refer to is declared before the scheduler, whose end waits for them.
 TEST(Scheduler, RunsTasksInTheOrderOfTheirTimes) {
-  Scheduler scheduler({.threads = 1});
-  ASSERT_TRUE(scheduler.Start());
   const auto base = Clock::now() - milliseconds(10);
   std::string order;
   std::latch done(4), gate(1);
+  Scheduler scheduler({.threads = 1});
+  ASSERT_TRUE(scheduler.Start());
   ASSERT_TRUE(scheduler.At(base - milliseconds(1), [&] { gate.wait(); }));  // until all are there
   for (const auto& [letter, offset] : {std::pair{'c', 3}, {'a', 1}, {'d', 60}, {'b', 2}}) {
     ASSERT_TRUE(scheduler.At(base + milliseconds(offset), [&, letter = letter] {
@@ -36,10 +37,11 @@ TEST(Scheduler, RunsTasksInTheOrderOfTheirTimes) {
 }
 
 TEST(Scheduler, GoesOnWhileTasksBlockAndEndsTheSurplusThreads) {
-  Scheduler scheduler({.threads = 64, .idleTime = milliseconds(20)});
-  ASSERT_TRUE(scheduler.Start());
   constexpr int kBlocked = 40;
   std::latch allBlocked(kBlocked), release(1);
+  std::binary_semaphore ran(0);
+  Scheduler scheduler({.threads = 64, .idleTime = milliseconds(20)});
+  ASSERT_TRUE(scheduler.Start());
   for (int i = 0; i < kBlocked; ++i) {
     ASSERT_TRUE(scheduler.At(Clock::now(), [&] {
       allBlocked.count_down();
@@ -47,7 +49,6 @@ TEST(Scheduler, GoesOnWhileTasksBlockAndEndsTheSurplusThreads) {
     }));
   }
   allBlocked.wait();
-  std::binary_semaphore ran(0);
   ASSERT_TRUE(scheduler.At(Clock::now(), [&] { ran.release(); }));
   EXPECT_TRUE(ran.try_acquire_for(kPatienceOfTests));
   EXPECT_GT(scheduler.ThreadCount(), static_cast<uint32_t>(kBlocked));
@@ -61,9 +62,9 @@ TEST(Scheduler, GoesOnWhileTasksBlockAndEndsTheSurplusThreads) {
 }
 
 TEST(Scheduler, MakesNoMoreThreadsThanAdmitted) {
+  std::counting_semaphore<8> began(0), proceed(0);
   Scheduler scheduler({.threads = 3});
   ASSERT_TRUE(scheduler.Start());
-  std::counting_semaphore<8> began(0), proceed(0);
   for (int i = 0; i < 8; ++i) {
     ASSERT_TRUE(scheduler.At(Clock::now(), [&] {
       began.release();
@@ -78,10 +79,10 @@ TEST(Scheduler, MakesNoMoreThreadsThanAdmitted) {
 }
 
 TEST(Scheduler, WorksOffABurstOfShortTasksWithFewThreads) {
-  Scheduler scheduler;
-  ASSERT_TRUE(scheduler.Start());
   constexpr int kTasks = 20'000;
   std::latch done(kTasks), gate(1);
+  Scheduler scheduler;
+  ASSERT_TRUE(scheduler.Start());
   ASSERT_TRUE(scheduler.At(Clock::now(), [&] { gate.wait(); }));
   for (int i = 0; i < kTasks; ++i) ASSERT_TRUE(scheduler.At(Clock::now(), [&] { done.count_down(); }));
   gate.count_down();
