@@ -104,24 +104,9 @@ HeOperation ReadHeOperation(Bytes he) {
   return operation;
 }
 
-// Primary channel, control, segment 0, segment 1, minimum rate.
-ChannelWidth SixGigahertzWidth(Bytes info) {
-  switch (info[1] & 3) {
-    case 0:
-      return ChannelWidth::k20;
-    case 1:
-      return ChannelWidth::k40;
-    case 2:
-      return ChannelWidth::k80;
-    default:
-      return TwoSegments(info[2], info[3]);
-  }
-}
-
-// EHT Operation (802.11be): parameters 1, basic rates 4, then, when bit 0 says so, control and segments.
-ChannelWidth EhtWidth(Bytes eht) {
-  if (eht.size() < 8 || (eht[0] & 1) == 0) return ChannelWidth::kUnknown;
-  switch (eht[5] & 7) {
+// The width field of EHT Operation, whose first three values are also those of 6 GHz Operation Information.
+ChannelWidth WidthOfCode(unsigned code) {
+  switch (code) {
     case 0:
       return ChannelWidth::k20;
     case 1:
@@ -135,6 +120,18 @@ ChannelWidth EhtWidth(Bytes eht) {
     default:
       return ChannelWidth::kUnknown;
   }
+}
+
+// Primary channel, control, segment 0, segment 1, minimum rate. Of the widest, the segments tell which it is.
+ChannelWidth SixGigahertzWidth(Bytes info) {
+  const unsigned code = info[1] & 3u;
+  return code == 3 ? TwoSegments(info[2], info[3]) : WidthOfCode(code);
+}
+
+// EHT Operation (802.11be): parameters 1, basic rates 4, then, when bit 0 says so, control and segments.
+ChannelWidth EhtWidth(Bytes eht) {
+  if (eht.size() < 8 || (eht[0] & 1) == 0) return ChannelWidth::kUnknown;
+  return WidthOfCode(eht[5] & 7u);
 }
 
 }  // namespace
