@@ -8,12 +8,14 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <optional>
 #include <span>
 #include <thread>
 #include <vector>
 
+#include "host/event/event.h"
 #include "host/fenksocket/connection.h"
 #include "host/fenksocket/inbox.h"
 #include "host/fenksocket/object_table.h"
@@ -46,13 +48,26 @@ class Session : public std::enable_shared_from_this<Session> {
   void FlushReleases() { outbox.Flush(); }
 
  private:
-  // A thread that waits for something. While another one reads, it sleeps until it is signalled.
+  // For a thread that waits for something. While another one reads, it sleeps until it is signalled. Belongs to the
+  // session and is used again, so that a signal that comes late wakes at worst somebody else for nothing.
   struct Waiter {
-    kesd::Condition condition;
-    UniqueFd event;  // instead of `condition`, for one that also waits for a descriptor
-    bool signalled = false;
+    Event event;
+    UniqueFd eventFd;         // is set as well, for one that also waits for a descriptor
     bool everyFrame = false;  // is to be signalled after each frame served
-    Waiter* next = nullptr;
+    Waiter* next = nullptr;   // in `waiting` or `spareWaiters`
+  };
+
+  // A waiter for the length of a wait. Throws std::bad_alloc.
+  class WaiterLease {
+   public:
+    explicit WaiterLease(Session& owner);
+    WaiterLease(const WaiterLease&) = delete;
+    ~WaiterLease();
+    Waiter& Get() const { return waiter; }
+
+   private:
+    Session& session;
+    Waiter& waiter;
   };
 
   // An invocation of the peer's object. Lies on its caller's stack; whoever takes it out of `calls` completes it.
@@ -62,7 +77,7 @@ class Session : public std::enable_shared_from_this<Session> {
     ObjectArg* args;
     int32_t result = kErrorDisconnected;
     std::atomic<bool> done = false;  // set under the lock
-    Waiter waiter{};
+    Waiter& waiter;
   };
 
   // A stand-in's context.
@@ -117,10 +132,12 @@ class Session : public std::enable_shared_from_this<Session> {
     const kesd::MutexLock lock(mutex);
     return Over();
   }
+  Waiter& TakeWaiter() KESD_EXCLUDES(mutex);
   void FailCalls() KESD_REQUIRES(mutex);
   WaitResult Wait(const std::function<bool()>& done, std::optional<Clock::time_point> deadline, int wakeFd,
                   Waiter& waiter) KESD_EXCLUDES(mutex);
   WaitResult ReadAndServe(std::optional<Clock::time_point> deadline, int wakeFd) KESD_EXCLUDES(mutex);
+  WaitResult OpenEvent(Waiter& waiter) KESD_EXCLUDES(mutex);
   WaitResult AwaitSignal(Waiter& waiter, std::optional<Clock::time_point> deadline, int wakeFd) KESD_EXCLUDES(mutex);
   static void Signal(Waiter& waiter);
 
@@ -166,6 +183,8 @@ class Session : public std::enable_shared_from_this<Session> {
 
   kesd::Mutex mutex;
   std::optional<std::thread::id> reader KESD_GUARDED_BY(mutex);
+  std::list<Waiter> waiters KESD_GUARDED_BY(mutex);  // as many as ever waited at once
+  Waiter* spareWaiters KESD_GUARDED_BY(mutex) = nullptr;
   Waiter* waiting KESD_GUARDED_BY(mutex) = nullptr;  // all but the reader
   std::vector<Call*> calls KESD_GUARDED_BY(mutex);
   uint32_t depth KESD_GUARDED_BY(mutex) = 0;  // invocations that run, each within the one before

@@ -45,7 +45,8 @@ int32_t Session::CallPeer(uint64_t target, uint32_t op, ObjectArg* args, uint32_
   }
   const Clock::time_point deadline = Clock::now() + limits.answerDeadline;
 
-  Call call{.serial = lastSerial.fetch_add(1) + 1, .counts = counts, .args = args};
+  const WaiterLease lease(*this);
+  Call call{.serial = lastSerial.fetch_add(1) + 1, .counts = counts, .args = args, .waiter = lease.Get()};
   wire::FrameBuilder frame(wire::kInvoke, call.serial, nested ? wire::kNested : uint16_t{0});
   frame.Put(wire::InvokeBody{target, op, counts});
   for (const ObjectArg& arg : inputBuffers) frame.Put(arg.buffer.size);
@@ -67,8 +68,7 @@ int32_t Session::CallPeer(uint64_t target, uint32_t op, ObjectArg* args, uint32_
     End(EndKind::kDeadline, "did not answer an invocation in time");
   }
   // Whoever took the call out of the table may still be writing its outputs.
-  const kesd::MutexLock lock(mutex);
-  while (!call.done) call.waiter.condition.Wait(mutex);
+  while (!call.done) call.waiter.event.Wait();
   return call.result;
 }
 
@@ -126,11 +126,12 @@ const char* Session::ServeReply(const Frame& frame) {
   } catch (const std::bad_alloc&) {
     outOfMemory = true;
   }
+  Waiter& waiter = call->waiter;
   {
     const kesd::MutexLock lock(mutex);
-    call->done = true;
-    Signal(call->waiter);
+    call->done = true;  // from here on it is its caller's alone
   }
+  waiter.event.Set();  // without the lock, which the woken thread takes; it watches no descriptor
   if (outOfMemory) throw std::bad_alloc();
   return wrong;
 }

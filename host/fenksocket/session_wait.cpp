@@ -31,10 +31,28 @@ void Session::Begin() {
   }
 }
 
+Session::WaiterLease::WaiterLease(Session& owner) : session(owner), waiter(owner.TakeWaiter()) {}
+
+Session::WaiterLease::~WaiterLease() {
+  const kesd::MutexLock lock(session.mutex);
+  waiter.eventFd.Reset(-1);
+  waiter.next = session.spareWaiters;
+  session.spareWaiters = &waiter;
+}
+
+Session::Waiter& Session::TakeWaiter() {
+  const kesd::MutexLock lock(mutex);
+  if (spareWaiters == nullptr) return waiters.emplace_back();
+  Waiter& waiter = *spareWaiters;
+  spareWaiters = waiter.next;
+  waiter.everyFrame = false;
+  return waiter;
+}
+
 WaitResult Session::Serve(const std::function<bool()>& done, std::optional<Clock::time_point> deadline, int wakeFd) {
-  Waiter waiter;
-  waiter.everyFrame = true;
-  return Wait(done, deadline, wakeFd, waiter);
+  const WaiterLease lease(*this);
+  lease.Get().everyFrame = true;
+  return Wait(done, deadline, wakeFd, lease.Get());
 }
 
 void Session::Drain() {
@@ -96,7 +114,6 @@ WaitResult Session::Wait(const std::function<bool()>& done, std::optional<Clock:
     bool over;
     {
       const kesd::MutexLock lock(mutex);
-      waiter.signalled = false;  // before the condition is looked at: what changes it later signals again
       over = Over();
       if (!reading && !reader) {
         reader = std::this_thread::get_id();
@@ -150,39 +167,31 @@ WaitResult Session::ReadAndServe(std::optional<Clock::time_point> deadline, int 
 
 // kDone when it was signalled.
 WaitResult Session::AwaitSignal(Waiter& waiter, std::optional<Clock::time_point> deadline, int wakeFd) {
-  if (wakeFd < 0) {
-    const kesd::MutexLock lock(mutex);
-    while (!waiter.signalled) {
-      if (!waiter.condition.Wait(mutex, deadline) && !waiter.signalled) return WaitResult::kTimedOut;
-    }
-    return WaitResult::kDone;
-  }
-  {
-    const kesd::MutexLock lock(mutex);
-    if (waiter.signalled) return WaitResult::kDone;
-    if (!waiter.event.IsOpen()) waiter.event.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-  }
-  if (!waiter.event.IsOpen()) {
-    End(EndKind::kFailure, "out of descriptors");
-    return WaitResult::kDone;
-  }
-  pollfd watched[2] = {{wakeFd, POLLIN, 0}, {waiter.event.Get(), POLLIN, 0}};
+  if (wakeFd < 0) return waiter.event.Wait(deadline) ? WaitResult::kDone : WaitResult::kTimedOut;
+  if (!waiter.eventFd.IsOpen()) return OpenEvent(waiter);
+  pollfd watched[2] = {{wakeFd, POLLIN, 0}, {waiter.eventFd.Get(), POLLIN, 0}};
   const int ready = poll(watched, 2, PollTimeout(deadline));
   if (ready > 0 && watched[0].revents != 0) return WaitResult::kWoken;
   if (ready == 0 && deadline && Clock::now() >= *deadline) return WaitResult::kTimedOut;
   eventfd_t count;
-  (void)eventfd_read(waiter.event.Get(), &count);  // nothing to read after an interruption
+  (void)eventfd_read(waiter.eventFd.Get(), &count);  // nothing to read after an interruption
   return WaitResult::kDone;
 }
 
-// Under the lock: the waiter cannot leave before its signal is complete.
-void Session::Signal(Waiter& waiter) {
-  waiter.signalled = true;
-  if (waiter.event.IsOpen()) {
-    (void)eventfd_write(waiter.event.Get(), 1);  // fails only when it is signalled already
-  } else {
-    waiter.condition.NotifyOne();
+// What was signalled before is yet to be looked at.
+WaitResult Session::OpenEvent(Waiter& waiter) {
+  {
+    const kesd::MutexLock lock(mutex);
+    waiter.eventFd.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   }
+  if (!waiter.eventFd.IsOpen()) End(EndKind::kFailure, "out of descriptors");
+  return WaitResult::kDone;
+}
+
+// Under the lock: the descriptor is the waiting thread's.
+void Session::Signal(Waiter& waiter) {
+  waiter.event.Set();
+  if (waiter.eventFd.IsOpen()) (void)eventfd_write(waiter.eventFd.Get(), 1);  // fails only when it is set already
 }
 
 }  // namespace fenk

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <vector>
 
@@ -23,9 +22,6 @@ struct Bss {
   std::vector<uint8_t> elements;                  // whole information elements only, in frame order, SSID included
   std::chrono::steady_clock::time_point takenAt;  // when it was measured; age counts from here
 };
-
-// A measurement that the cache and any number of responses share.
-using BssPointer = std::shared_ptr<const Bss>;
 
 }  // namespace vexo_host
 

@@ -36,29 +36,17 @@ ReadFunction LoadReader(std::string& error) KESD_REQUIRES(readerMutex) {
 
 }  // namespace
 
-void CaptureSource::StartScan(std::shared_ptr<const DiscoveryQuery>, ScanDone done) noexcept {
-  bool startReading = false;
-  bool kept = false;
-  {
-    const kesd::MutexLock lock(mutex);
-    try {
-      waiting.push_back(done);
-      kept = true;
-      startReading = !std::exchange(reading, true);
-    } catch (const std::bad_alloc&) {
-      // Answered below.
-    }
+bool CaptureSource::StartScan(std::shared_ptr<const DiscoveryQuery>, ScanDone done) noexcept {
+  const kesd::MutexLock lock(mutex);
+  try {
+    waiting.push_back(std::move(done));
+    if (reading) return true;
+    reading = scheduler.Now([this] { ReadForAll(); });
+  } catch (const std::bad_alloc&) {  // from keeping it; the scheduler says it with its answer
+    return false;
   }
-  if (!kept) return done(ScanStatus::kFailed, {});
-  if (!startReading || scheduler.At(Scheduler::Clock::now(), [this] { ReadForAll(); })) return;
-
-  std::vector<ScanDone> unserved;
-  {
-    const kesd::MutexLock lock(mutex);
-    unserved.swap(waiting);
-    reading = false;
-  }
-  for (const ScanDone& one : unserved) one(ScanStatus::kFailed, {});
+  if (!reading) waiting.pop_back();
+  return reading;
 }
 
 void CaptureSource::ReadForAll() noexcept {
@@ -72,22 +60,24 @@ void CaptureSource::ReadForAll() noexcept {
         return;
       }
     }
-    std::vector<Bss> found;
+    BssList found;
     ScanStatus status = ScanStatus::kFailed;
     try {
       status = Read(found);
     } catch (const std::bad_alloc&) {
       zv_loc_fw::log_error(kTag, "no memory to read %s\n", path.c_str());
-      found.clear();
     }
-    for (const ScanDone& done : served) {
-      try {
-        done(status, found);
-      } catch (const std::bad_alloc&) {  // from the copy
-        done(ScanStatus::kFailed, {});
-      }
-    }
+    for (const ScanDone& done : served) Finish(done, status, found);
   }
+}
+
+void CaptureSource::Finish(const ScanDone& done, ScanStatus status, const BssList& found) noexcept {
+  try {
+    if (scheduler.Now([done, status, found] { done(status, found); })) return;
+  } catch (const std::bad_alloc&) {
+    // Called here, then, for which the others have to wait.
+  }
+  done(status, found);
 }
 
 // `damage`: what ended the reading early; empty when nothing did.
@@ -103,7 +93,7 @@ void CaptureSource::LogContents(const CaptureContents& contents, const std::stri
       static_cast<unsigned long long>(contents.overrunElements));
 }
 
-ScanStatus CaptureSource::Read(std::vector<Bss>& found) const {
+ScanStatus CaptureSource::Read(BssList& found) const {
   CaptureContents contents;
   std::string error;
   {
@@ -117,12 +107,14 @@ ScanStatus CaptureSource::Read(std::vector<Bss>& found) const {
   LogContents(contents, error);
   const auto now = std::chrono::steady_clock::now();
   for (Bss& bss : contents.found) bss.takenAt = now;
-  found = std::move(contents.found);
+  found = MakeBssList(std::move(contents.found));
   return ScanStatus::kOk;
 }
 
-void CaptureSource::StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept {
-  done(ScanStatus::kUnsupported, {});
+bool CaptureSource::StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept try {
+  return scheduler.Now([done = std::move(done)] { done(ScanStatus::kUnsupported, {}); });
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 }  // namespace vexo_host

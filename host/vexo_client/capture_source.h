@@ -17,12 +17,13 @@ class CaptureSource final : public MeasurementSource {
  public:
   CaptureSource(std::string somePath, Scheduler& someScheduler) : path(std::move(somePath)), scheduler(someScheduler) {}
 
-  void StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override KESD_EXCLUDES(mutex);
-  void StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept override;
+  bool StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override KESD_EXCLUDES(mutex);
+  bool StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept override;
 
  private:
   void ReadForAll() noexcept KESD_EXCLUDES(mutex);
-  wifi::ScanStatus Read(std::vector<Bss>& found) const;
+  wifi::ScanStatus Read(BssList& found) const;
+  void Finish(const ScanDone& done, wifi::ScanStatus status, const BssList& found) noexcept;
   void LogContents(const CaptureContents& contents, const std::string& damage) const;
 
   const std::string path;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
-#include <iterator>
 #include <utility>
 
 #include "host/vexo_client/discovery_request.h"
@@ -91,33 +90,31 @@ bool Client::Settle(Answer& answer) {
 
 Client::SendResult Client::SendDiscovery(const DiscoveryRequest& request, Place place) {
   const auto discovery = std::make_shared<Discovery>(request, std::move(place));
-  const TimePoint now = Scheduler::Clock::now();
   if (!discovery->valid) {
-    const auto refuse = [this, discovery] { Report(*discovery, ScanStatus::kInvalidRequest, {}); };
-    return Schedule(now, refuse) ? kAccepted : kNoMemory;
+    const auto refuse = [this, discovery] { Report(*discovery, ScanStatus::kInvalidRequest, nullptr); };
+    return ScheduleNow(refuse) ? kAccepted : kNoMemory;
   }
   if (discovery->mode == ScanMode::kCacheOnly) {
     const auto answer = [this, discovery] { ReportCached(*discovery, ScanStatus::kOk); };
-    return Schedule(now, answer) ? kAccepted : kNoMemory;
+    return ScheduleNow(answer) ? kAccepted : kNoMemory;
   }
 
   std::optional<Scheduler::TaskId>& timeout = discovery->answer.timeout;
-  timeout = Schedule(now + BoundedTimeout(request.timeoutMs, wifi::kDefaultTimeoutMs), [this, discovery] {
+  const TimePoint due = Scheduler::Clock::now() + BoundedTimeout(request.timeoutMs, wifi::kDefaultTimeoutMs);
+  timeout = Schedule(due, [this, discovery] {
     if (discovery->answer.Claim()) ReportCached(*discovery, ScanStatus::kTimedOut);
   });
   if (!timeout) return kNoMemory;
-  if (discovery->mode == ScanMode::kFresh) {
-    StartScan(discovery);
-  } else if (!Schedule(now, [this, discovery] { AnswerFromCacheOrScan(discovery); })) {
-    return Settle(discovery->answer) ? kNoMemory : kAccepted;
-  }
-  return kAccepted;
+  const bool started = discovery->mode == ScanMode::kFresh
+                           ? StartScan(discovery)
+                           : ScheduleNow([this, discovery] { AnswerFromCacheOrScan(discovery); });
+  return started || !Settle(discovery->answer) ? kAccepted : kNoMemory;
 }
 
 void Client::AnswerFromCacheOrScan(const DiscoveryPointer& discovery) noexcept {
   try {
-    const std::vector<BssPointer> cached = Cached(*discovery);
-    const auto admitted = std::count_if(cached.begin(), cached.end(),
+    const BssList cached = Cached(*discovery);
+    const auto admitted = std::count_if(cached->begin(), cached->end(),
                                         [&](const BssPointer& bss) { return discovery->query.filters.Admits(*bss); });
     if (admitted >= static_cast<int64_t>(discovery->enough)) {
       if (Settle(discovery->answer)) Report(*discovery, ScanStatus::kOk, cached);
@@ -126,71 +123,63 @@ void Client::AnswerFromCacheOrScan(const DiscoveryPointer& discovery) noexcept {
   } catch (const std::bad_alloc&) {
     // What the cache holds cannot be had, so the source has to answer.
   }
-  StartScan(discovery);
+  if (!StartScan(discovery)) TakeScan(*discovery, ScanStatus::kFailed, nullptr);
 }
 
-void Client::StartScan(const DiscoveryPointer& discovery) noexcept try {
-  // The done function must exist before the source takes over the duty to call it.
-  vexo_host::ScanDone done = [this, discovery](ScanStatus status, std::vector<Bss> found) {
-    TakeScan(discovery, status, std::move(found));
-  };
-  source->StartScan({discovery, &discovery->query}, std::move(done));
-} catch (const std::bad_alloc&) {
-  TakeScan(discovery, ScanStatus::kFailed, {});
-}
-
-// On any thread, perhaps inside sendRequest, so the report is left to the scheduler. If it cannot be scheduled, the
-// timeout answers.
-void Client::TakeScan(const DiscoveryPointer& discovery, ScanStatus status, std::vector<Bss> found) noexcept {
-  std::vector<BssPointer> measurements;
-  try {
-    measurements.reserve(found.size());
-    for (Bss& bss : found) measurements.push_back(std::make_shared<const Bss>(std::move(bss)));
-    if (status == ScanStatus::kOk) cache.Insert(measurements);
-  } catch (const std::bad_alloc&) {
-    zv_loc_fw::log_error(kTag, "request %u: no memory for the scan's %zu results\n", discovery->id, found.size());
-    status = ScanStatus::kFailed;
-    measurements.clear();
-  }
-  Schedule(Scheduler::Clock::now(), [this, discovery, status, measurements = std::move(measurements)] {
-    if (!Settle(discovery->answer)) return;
-    if (status == ScanStatus::kOk) {
-      Report(*discovery, status, measurements);
-    } else {
-      ReportCached(*discovery, status);
-    }
+// False when there is no memory for it.
+bool Client::StartScan(const DiscoveryPointer& discovery) noexcept try {
+  return source->StartScan({discovery, &discovery->query}, [this, discovery](ScanStatus status, BssList found) {
+    TakeScan(*discovery, status, std::move(found));
   });
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
-// What the cache holds that is young enough for the request.
-std::vector<BssPointer> Client::Cached(const Discovery& discovery) {
-  if (discovery.mode == ScanMode::kFresh) return {};
-  if (discovery.ageFilterMs == 0) return cache.TakenSince(TimePoint::min());
-  return cache.TakenSince(Scheduler::Clock::now() - milliseconds(discovery.ageFilterMs));
+// On a thread of the scheduler.
+void Client::TakeScan(Discovery& discovery, ScanStatus status, BssList found) noexcept {
+  try {
+    if (status == ScanStatus::kOk) cache.Insert(found);
+  } catch (const std::bad_alloc&) {
+    zv_loc_fw::log_error(kTag, "request %u: no memory for the scan's results in the cache\n", discovery.id);
+  }
+  if (!Settle(discovery.answer)) return;
+  if (status == ScanStatus::kOk) {
+    Report(discovery, status, std::move(found));
+  } else {
+    ReportCached(discovery, status);
+  }
+}
+
+// What the cache holds that is young enough for the request. Throws std::bad_alloc.
+BssList Client::Cached(const Discovery& discovery) {
+  if (discovery.mode == ScanMode::kFresh) return nullptr;
+  const TimePoint oldest =
+      discovery.ageFilterMs == 0 ? TimePoint::min() : Scheduler::Clock::now() - milliseconds(discovery.ageFilterMs);
+  return std::make_shared<const std::vector<BssPointer>>(cache.TakenSince(oldest));
 }
 
 void Client::ReportCached(Discovery& discovery, ScanStatus status) noexcept {
-  std::vector<BssPointer> cached;
+  BssList cached;
   try {
     cached = Cached(discovery);
   } catch (const std::bad_alloc&) {
     if (status == ScanStatus::kOk) status = ScanStatus::kFailed;
   }
-  Report(discovery, status, cached);
+  Report(discovery, status, std::move(cached));
 }
 
-void Client::Report(Discovery& discovery, ScanStatus status, const std::vector<BssPointer>& candidates) noexcept {
-  DiscoveryResponse response(discovery.id, status, static_cast<uint32_t>(candidates.size()));
-  try {
-    std::vector<BssPointer> admitted;
-    std::copy_if(candidates.begin(), candidates.end(), std::back_inserter(admitted),
-                 [&](const BssPointer& bss) { return discovery.query.filters.Admits(*bss); });
-    response.Fill(std::move(admitted), Scheduler::Clock::now());
-  } catch (const std::bad_alloc&) {
-    zv_loc_fw::log_error(kTag, "request %u: no memory for the response\n", discovery.id);
-    response.scanStatus = static_cast<uint32_t>(ScanStatus::kFailed);
+void Client::Report(Discovery& discovery, ScanStatus status, BssList candidates) noexcept {
+  {
+    DiscoveryResponse response(discovery.id, status);
+    try {
+      response.Fill(std::move(candidates), discovery.query.filters, Scheduler::Clock::now());
+    } catch (const std::bad_alloc&) {
+      zv_loc_fw::log_error(kTag, "request %u: no memory for the response\n", discovery.id);
+      response.scanStatus = static_cast<uint32_t>(ScanStatus::kFailed);
+    }
+    listener.responseReceived(&response);
   }
-  listener.responseReceived(&response);
+  heap.ResponseEnded();
 }
 
 }  // namespace vexo_host

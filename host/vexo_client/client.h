@@ -4,13 +4,14 @@
 
 #include <atomic>
 #include <cstdint>
-#include <exception>
 #include <functional>
 #include <memory>
+#include <new>
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "host/vexo_client/heap_use.h"
 #include "host/vexo_client/in_flight.h"
 #include "host/vexo_client/measurement_cache.h"
 #include "host/vexo_client/scheduler.h"
@@ -58,12 +59,12 @@ class Client final : public zv_loc_fw::VEXOClient {
 
   bool Settle(Answer& answer);
   SendResult SendDiscovery(const DiscoveryRequest& request, Place place);
-  void StartScan(const DiscoveryPointer& discovery) noexcept;
-  void TakeScan(const DiscoveryPointer& discovery, wifi::ScanStatus status, std::vector<Bss> found) noexcept;
+  bool StartScan(const DiscoveryPointer& discovery) noexcept;
+  void TakeScan(Discovery& discovery, wifi::ScanStatus status, BssList found) noexcept;
   void AnswerFromCacheOrScan(const DiscoveryPointer& discovery) noexcept;
-  std::vector<BssPointer> Cached(const Discovery& discovery);
+  BssList Cached(const Discovery& discovery);
   void ReportCached(Discovery& discovery, wifi::ScanStatus status) noexcept;
-  void Report(Discovery& discovery, wifi::ScanStatus status, const std::vector<BssPointer>& candidates) noexcept;
+  void Report(Discovery& discovery, wifi::ScanStatus status, BssList candidates) noexcept;
 
   template <typename Request>
   SendResult TakeRanging(const Request& request, Place place);
@@ -71,12 +72,18 @@ class Client final : public zv_loc_fw::VEXOClient {
   bool StartRound(const RangingPointer& ranging, TimePoint start) noexcept;
   void Report(const RangingPointer& ranging, wifi::ScanStatus status, const std::vector<RangedPeer>& peers) noexcept;
 
-  // Runs `task` on a thread of the scheduler. Nothing when there is no memory for it.
+  // Both run `task` on a thread of the scheduler. Nothing and false when there is no memory for it.
   template <typename Task>
   std::optional<Scheduler::TaskId> Schedule(TimePoint when, Task&& task) noexcept try {
     return scheduler.At(when, std::forward<Task>(task));
-  } catch (const std::exception&) {
+  } catch (const std::bad_alloc&) {
     return std::nullopt;
+  }
+  template <typename Task>
+  bool ScheduleNow(Task&& task) noexcept try {
+    return scheduler.Now(std::forward<Task>(task));
+  } catch (const std::bad_alloc&) {
+    return false;
   }
 
   zv_loc_fw::VEXOClientListener& listener;
@@ -84,6 +91,7 @@ class Client final : public zv_loc_fw::VEXOClient {
   std::atomic<uint32_t> nodesInFlight = 0;
   MeasurementCache cache;
   Scheduler scheduler;
+  HeapUse heap{scheduler};
   std::unique_ptr<MeasurementSource> source;
 };
 

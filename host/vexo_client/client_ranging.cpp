@@ -83,24 +83,21 @@ Client::SendResult Client::SendRanging(const RangingPointer& ranging) {
   }
   ranging->roundsLeft = 1;
   const auto refuse = [this, ranging] { Report(ranging, ScanStatus::kInvalidRequest, {}); };
-  return Schedule(Scheduler::Clock::now(), refuse) ? kAccepted : kNoMemory;
+  return ScheduleNow(refuse) ? kAccepted : kNoMemory;
 }
 
 // False when there is no memory; then nothing was begun.
 bool Client::StartRound(const RangingPointer& ranging, TimePoint start) noexcept try {
   ranging->roundStart = start;
   const auto answer = std::make_shared<Answer>();
-  RangingDone done = [this, ranging, answer](ScanStatus status, std::vector<RangedPeer> peers) {
-    Schedule(Scheduler::Clock::now(), [this, ranging, answer, status, peers = std::move(peers)] {
-      if (Settle(*answer)) Report(ranging, status, peers);
-    });
+  RangingDone done = [this, ranging, answer](ScanStatus status, const std::vector<RangedPeer>& peers) {
+    if (Settle(*answer)) Report(ranging, status, peers);
   };
   answer->timeout = Schedule(start + ranging->timeout, [this, ranging, answer] {
     if (answer->Claim()) Report(ranging, ScanStatus::kTimedOut, {});
   });
   if (!answer->timeout) return false;
-  source->StartRanging({ranging, &ranging->query}, std::move(done));
-  return true;
+  return source->StartRanging({ranging, &ranging->query}, std::move(done)) || !Settle(*answer);
 } catch (const std::bad_alloc&) {
   return false;
 }
@@ -119,6 +116,7 @@ void Client::Report(const RangingPointer& ranging, ScanStatus status, const std:
     }
     listener.responseReceived(&response);
   }
+  heap.ResponseEnded();
 
   if (--ranging->roundsLeft == 0) return;
   const TimePoint next = std::max(ranging->roundStart + ranging->interval, Scheduler::Clock::now());

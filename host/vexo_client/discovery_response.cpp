@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "host/vexo_client/response_parts.h"
-#include "host/wifi/information_elements.h"
 
 namespace vexo_host {
 namespace {
@@ -30,49 +29,38 @@ void Describe(const Bss& bss, DiscoveryResponse::TimePoint now, VEXOFullBeaconSc
   wifi::StoreScanValues(values, measurement);
 }
 
-size_t CountElements(const Bss& bss) {
-  wifi::ElementReader reader(bss.elements);
-  size_t count = 0;
-  while (reader.Next()) ++count;
-  return count;
-}
-
 }  // namespace
 
-DiscoveryResponse::DiscoveryResponse(unsigned int id, wifi::ScanStatus status, uint32_t considered)
-    : VEXODiscoveryScanResponse(id) {
+DiscoveryResponse::DiscoveryResponse(unsigned int id, wifi::ScanStatus status) : VEXODiscoveryScanResponse(id) {
   scanStatus = static_cast<uint32_t>(status);
-  opaque32 = considered;
   opaque64 = BootTimeUs();
 }
 
 DiscoveryResponse::~DiscoveryResponse() {
   Return(measurements);
-  for (size_t i = 0; i < found.size(); ++i) Return(blocks[i].beaconElements);
+  for (size_t i = 0; i < pointers.size(); ++i) Return(block[i].beaconElements);
 }
 
-void DiscoveryResponse::Fill(std::vector<BssPointer> list, TimePoint now) {
-  size_t elementCount = 0;
-  for (const BssPointer& bss : list) elementCount += CountElements(*bss);
-  // Everything that may fail comes first; the addresses of what was reserved stay.
-  elements.reserve(elementCount);
-  elementPointers.reserve(elementCount);
-  blockPointers.reserve(list.size());
-  blocks = std::make_unique<VEXOFullBeaconScanMeasurement[]>(list.size());
-
-  found = std::move(list);
-  for (size_t i = 0; i < found.size(); ++i) {
-    const size_t first = elements.size();
-    wifi::ElementReader reader(found[i]->elements);
-    while (const std::optional<wifi::Element> element = reader.Next()) {
-      elements.push_back({element->id, static_cast<uint8_t>(element->payload.size()), element->payload.data()});
-      elementPointers.push_back(&elements.back());
-    }
-    Describe(*found[i], now, blocks[i]);
-    Lend(elementPointers.data() + first, elements.size() - first, blocks[i].beaconElements);
-    blockPointers.push_back(&blocks[i]);
+void DiscoveryResponse::Fill(BssList list, const DiscoveryFilters& filters, TimePoint now) {
+  if (list == nullptr) return;
+  std::vector<const SharedBss*> admitted;
+  admitted.reserve(list->size());
+  for (const BssPointer& bss : *list) {
+    if (filters.Admits(*bss)) admitted.push_back(bss.get());
   }
-  Lend(blockPointers.data(), blockPointers.size(), measurements);
+  pointers.reserve(admitted.size());
+  block = std::make_unique<VEXOFullBeaconScanMeasurement[]>(admitted.size());
+
+  // Nothing fails from here on.
+  opaque32 = static_cast<uint32_t>(list->size());
+  for (const SharedBss* bss : admitted) {
+    VEXOFullBeaconScanMeasurement& measurement = block[pointers.size()];
+    Describe(*bss, now, measurement);
+    Lend(bss->elementPointers.data(), bss->elementPointers.size(), measurement.beaconElements);
+    pointers.push_back(&measurement);
+  }
+  Lend(pointers.data(), pointers.size(), measurements);
+  found = std::move(list);
 }
 
 }  // namespace vexo_host

@@ -5,9 +5,11 @@
 
 namespace vexo_host {
 
-void MeasurementCache::Insert(const std::vector<BssPointer>& measurements) {
+void MeasurementCache::Insert(const BssList& measurements) {
   const kesd::MutexLock lock(mutex);
-  for (const BssPointer& measurement : measurements) {
+  if (measurements == nullptr || measurements == lastInserted) return;
+  lastInserted = nullptr;
+  for (const BssPointer& measurement : *measurements) {
     const auto [known, isNew] = entries.insert(measurement);
     if (isNew || (*known)->takenAt > measurement->takenAt) continue;
     auto node = entries.extract(known);
@@ -15,6 +17,7 @@ void MeasurementCache::Insert(const std::vector<BssPointer>& measurements) {
     entries.insert(std::move(node));
   }
   if (entries.size() > capacity) DropOldest();
+  lastInserted = measurements;
 }
 
 void MeasurementCache::DropOldest() {

@@ -7,7 +7,7 @@
 #include <set>
 #include <vector>
 
-#include "host/vexo_client/bss.h"
+#include "host/vexo_client/shared_bss.h"
 #include "support/mutex.h"
 
 namespace vexo_host {
@@ -23,8 +23,8 @@ class MeasurementCache {
 
   explicit MeasurementCache(size_t maxEntries = kDefaultCapacity) : capacity(maxEntries) {}
 
-  // The oldest measurements make room when there are too many.
-  void Insert(const std::vector<BssPointer>& measurements) KESD_EXCLUDES(mutex);
+  // The oldest measurements make room when there are too many. Costs nothing when it is the list of the time before.
+  void Insert(const BssList& measurements) KESD_EXCLUDES(mutex);
 
   // Those taken at `oldest` or later, ordered by BSSID and SSID.
   std::vector<BssPointer> TakenSince(TimePoint oldest) KESD_EXCLUDES(mutex);
@@ -41,6 +41,7 @@ class MeasurementCache {
   const size_t capacity;
   kesd::Mutex mutex;
   std::set<BssPointer, ByIdentity> entries KESD_GUARDED_BY(mutex);
+  BssList lastInserted KESD_GUARDED_BY(mutex);
 };
 
 }  // namespace vexo_host

@@ -13,11 +13,11 @@
 namespace vexo_host {
 
 // Lets `list`, which is empty, read an array that stays its owner's, so that all lists of a response lie in a few
-// blocks. Undone by Return before the list ends.
+// blocks. Whoever gets the response only reads it. Undone by Return before the list ends.
 template <typename T>
-void Lend(T* items, size_t count, zv_loc_fw::vector<T>& list) {
+void Lend(const T* items, size_t count, zv_loc_fw::vector<T>& list) {
   if (count == 0) return;
-  list.data = items;
+  list.data = const_cast<T*>(items);
   list.capacity = list.count = static_cast<uint32_t>(count);
 }
 

@@ -1,5 +1,8 @@
 #include "host/vexo_client/scheduler.h"
 
+#include <pthread.h>
+#include <sched.h>
+
 #include <algorithm>
 #include <csignal>
 #include <new>
@@ -14,6 +17,9 @@ namespace {
 // How long a due task waits for one of the busy threads before another thread is made, once there are as many busy
 // ones as processors: a burst of short tasks is then worked off by few threads.
 constexpr std::chrono::milliseconds kPatience{1};
+
+// After a thread could not be made.
+constexpr std::chrono::milliseconds kStarvedPause{100};
 
 // Threads made while this exists leave the process's signals to the threads of the program.
 class SignalsBlocked {
@@ -32,10 +38,6 @@ class SignalsBlocked {
   sigset_t before;
 };
 
-void JoinAll(std::list<std::thread>& list) {
-  for (std::thread& thread : list) thread.join();
-}
-
 }  // namespace
 
 Scheduler::Scheduler(const Limits& someLimits)
@@ -43,148 +45,208 @@ Scheduler::Scheduler(const Limits& someLimits)
 
 Scheduler::~Scheduler() { Stop(); }
 
-bool Scheduler::Start() {
+bool Scheduler::Start() try {
   const kesd::MutexLock lock(mutex);
-  return AddThread();
+  if (!AddWorker()) return false;
+  const SignalsBlocked blocked;
+  watch = std::thread(&Scheduler::Watch, this);
+  return true;
+} catch (const std::system_error&) {
+  return false;
 }
 
-std::optional<Scheduler::TaskId> Scheduler::At(Clock::time_point due, Task task) noexcept {
+std::optional<Scheduler::TaskId> Scheduler::At(Clock::time_point when, Task task) noexcept {
   const kesd::MutexLock lock(mutex);
   if (stopping) return std::nullopt;
-  const TaskId id{due, nextSequence++};
+  const TaskId id{when, nextSequence++};
   try {
-    tasks.emplace(id, std::move(task));
+    later.emplace(id, std::move(task));
   } catch (const std::bad_alloc&) {
     return std::nullopt;
   }
-  if (!watched) {
-    EnsureWatch();
-  } else if (tasks.begin()->first == id) {
-    watchCondition.NotifyOne();
-  }
+  WatchUntil(when);
   return id;
 }
 
+bool Scheduler::Now(Task task) noexcept {
+  Worker* worker = nullptr;
+  {
+    const kesd::MutexLock lock(mutex);
+    if (stopping) return false;
+    worker = TakeIdle();
+    if (worker != nullptr) {
+      worker->task = std::move(task);
+    } else {
+      try {
+        due.emplace(TaskId{Clock::now(), nextSequence++}, std::move(task));
+      } catch (const std::bad_alloc&) {
+        return false;
+      }
+      WatchUntil(GrowthDue());
+    }
+  }
+  if (worker != nullptr) worker->wake.Set();
+  return true;
+}
+
 void Scheduler::Cancel(const TaskId& id) {
-  std::map<TaskId, Task>::node_type cancelled;  // destroyed after the lock is left: a task may own much
+  Tasks::node_type cancelled;  // destroyed after the lock is left: a task may own much
   const kesd::MutexLock lock(mutex);
-  cancelled = tasks.extract(id);
+  cancelled = later.extract(id);
+  if (cancelled.empty()) cancelled = due.extract(id);
 }
 
 void Scheduler::Stop() {
-  std::map<TaskId, Task> dropped;
-  std::list<std::thread> toJoin;
+  Tasks dropped[2];
   {
     const kesd::MutexLock lock(mutex);
     stopping = true;
-    dropped.swap(tasks);
-    toJoin.splice(toJoin.end(), threads);
-    toJoin.splice(toJoin.end(), ended);
-    watchCondition.NotifyAll();
-    spareCondition.NotifyAll();
+    dropped[0].swap(later);
+    dropped[1].swap(due);
+    watchChanged.NotifyOne();
+    for (Worker* worker = idle; worker != nullptr; worker = worker->next) worker->wake.Set();
   }
-  JoinAll(toJoin);
+  if (watch.joinable()) watch.join();
+  // From here on nobody makes another.
+  std::list<Task> handedOver;
+  std::list<std::thread> threads;
+  {
+    const kesd::MutexLock lock(mutex);
+    for (Worker& worker : workers) {
+      handedOver.push_back(std::exchange(worker.task, nullptr));
+      threads.push_back(std::move(worker.thread));
+    }
+  }
+  for (std::thread& thread : threads) {
+    if (thread.joinable()) thread.join();
+  }
 }
 
 uint32_t Scheduler::ThreadCount() {
   const kesd::MutexLock lock(mutex);
-  return static_cast<uint32_t>(threads.size());
+  return active;
 }
 
 size_t Scheduler::TaskCount() {
   const kesd::MutexLock lock(mutex);
-  return tasks.size();
+  return later.size() + due.size();
 }
 
-// Whenever a task is kept, one thread watches for it to fall due; when that thread takes the task, another takes over
-// the watch. So a task that blocks never keeps the next one from being noticed.
-void Scheduler::Work(ThreadHandle self) {
-  std::list<std::thread> toJoin;
+// On a thread of its own: sees to tasks that fall due and to those for which there is no thread.
+void Scheduler::Watch() {
+  const kesd::MutexLock lock(mutex);
+  while (!stopping) {
+    const Clock::time_point now = Clock::now();
+    watchedUntil = Care(now);
+    if (watchedUntil <= now) continue;
+    if (watchedUntil == Clock::time_point::max()) {
+      watchChanged.Wait(mutex);
+    } else {
+      watchChanged.Wait(mutex, watchedUntil);
+    }
+  }
+}
+
+// When to look again.
+Scheduler::Clock::time_point Scheduler::Care(Clock::time_point now) {
+  while (!later.empty() && later.begin()->first.due <= now) {
+    Tasks::node_type task = later.extract(later.begin());
+    if (Worker* const worker = TakeIdle()) {
+      worker->task = std::move(task.mapped());
+      worker->wake.Set();
+    } else {
+      due.insert(std::move(task));
+    }
+  }
+  Clock::time_point growth = GrowthDue();
+  if (growth <= now) {
+    lastTaken = now;  // the new one is about to
+    growth = AddWorker() ? GrowthDue() : now + kStarvedPause;
+  }
+  return later.empty() ? growth : std::min(growth, later.begin()->first.due);
+}
+
+// When another thread is due, if nothing changes.
+Scheduler::Clock::time_point Scheduler::GrowthDue() {
+  if (due.empty() || active >= limits.threads) return Clock::time_point::max();
+  if (active - idleCount < processors) return Clock::time_point::min();
+  return std::max(lastTaken, due.begin()->first.due) + kPatience;
+}
+
+void Scheduler::WatchUntil(Clock::time_point when) {
+  if (when >= watchedUntil) return;
+  watchedUntil = when;
+  watchChanged.NotifyOne();
+}
+
+bool Scheduler::AddWorker() {
+  Worker* worker = nullptr;
+  try {
+    const auto ended = std::find_if(workers.begin(), workers.end(), [](const Worker& one) { return !one.active; });
+    worker = ended != workers.end() ? &*ended : &workers.emplace_back();
+    if (worker->thread.joinable()) worker->thread.join();
+    const SignalsBlocked blocked;
+    worker->thread = std::thread(&Scheduler::Work, this, std::ref(*worker));
+  } catch (const std::exception& e) {
+    zv_loc_fw::log_warning("vexo_client", "cannot make another thread, going on with %u: %s\n", active, e.what());
+    return false;
+  }
+  worker->active = true;
+  ++active;
+  return true;
+}
+
+void Scheduler::Work(Worker& self) {
+  const sched_param none{};
+  pthread_setschedparam(pthread_self(), SCHED_BATCH, &none);
+  while (const Task task = Next(self)) task();
+}
+
+// Nothing when the thread is not needed any more.
+Scheduler::Task Scheduler::Next(Worker& self) {
+  Event::Deadline patience;  // the last spare one waits for ever
   {
     const kesd::MutexLock lock(mutex);
-    --spare;
-    while (!stopping) {
-      Task task = TakeDue(Clock::now());
-      if (!task) {
-        if (watched) {
-          if (Rest()) continue;
-          toJoin.splice(toJoin.end(), ended);
-          ended.splice(ended.end(), threads, self);
-          break;
-        }
-        watched = true;
-        task = Watch();
-        watched = false;
-        if (!task) continue;
-      }
-      EnsureWatch();
-      ++busy;
-      mutex.Unlock();
-      task();
-      task = nullptr;
-      mutex.Lock();
-      --busy;
+    if (!due.empty()) {
+      lastTaken = Clock::now();
+      return std::move(due.extract(due.begin()).mapped());
     }
+    if (stopping) return Leave(self);
+    if (idle != nullptr) patience = Clock::now() + limits.idleTime;
+    self.next = idle;
+    idle = &self;
+    ++idleCount;
   }
-  JoinAll(toJoin);
+  for (;;) {
+    const bool woken = self.wake.Wait(patience);
+    const kesd::MutexLock lock(mutex);
+    if (stopping) return Leave(self);
+    if (self.task) return std::exchange(self.task, nullptr);
+    if (woken) continue;  // for a task that it had taken already
+    LeaveIdle(self);
+    return Leave(self);
+  }
 }
 
-Scheduler::Task Scheduler::TakeDue(Clock::time_point now) {
-  if (tasks.empty() || tasks.begin()->first.due > now) return nullptr;
-  Task task = std::move(tasks.begin()->second);
-  tasks.erase(tasks.begin());
-  lastTaken = now;
-  return task;
-}
-
-// The first task once it is due; nothing when stopping.
-Scheduler::Task Scheduler::Watch() {
-  while (!stopping) {
-    if (tasks.empty()) {
-      watchCondition.Wait(mutex);
-      continue;
-    }
-    Clock::time_point when = tasks.begin()->first.due;
-    const bool wouldNeedAnother = spare == 0 && busy >= processors && threads.size() < limits.threads;
-    if (wouldNeedAnother) when = std::max(when, lastTaken + kPatience);
-    const Clock::time_point now = Clock::now();
-    if (when <= now) return TakeDue(now);
-    watchCondition.Wait(mutex, when);
-  }
+std::nullptr_t Scheduler::Leave(Worker& self) {
+  self.active = false;
+  --active;
   return nullptr;
 }
 
-void Scheduler::EnsureWatch() {
-  if (watched || tasks.empty()) return;
-  if (spare > 0) {
-    spareCondition.NotifyOne();
-  } else if (threads.size() < limits.threads) {
-    AddThread();  // without it the tasks wait for one of the busy threads
-  }
+Scheduler::Worker* Scheduler::TakeIdle() {
+  Worker* const worker = idle;
+  if (worker == nullptr) return nullptr;
+  idle = worker->next;
+  --idleCount;
+  return worker;
 }
 
-// Waits until there may be something to do; false when this thread is not needed any more.
-bool Scheduler::Rest() {
-  ++spare;
-  const bool notified = spareCondition.Wait(mutex, Clock::now() + limits.idleTime);
-  --spare;
-  return notified || !watched || spare == 0 || stopping;
-}
-
-bool Scheduler::AddThread() {
-  ThreadHandle handle = threads.end();
-  try {
-    handle = threads.emplace(threads.end());
-    const SignalsBlocked blocked;
-    *handle = std::thread(&Scheduler::Work, this, handle);
-  } catch (const std::exception& e) {
-    if (handle != threads.end()) threads.erase(handle);
-    zv_loc_fw::log_warning("vexo_client", "cannot make another thread, going on with %zu: %s\n", threads.size(),
-                           e.what());
-    return false;
-  }
-  ++spare;
-  return true;
+void Scheduler::LeaveIdle(const Worker& worker) {
+  Worker** link = &idle;
+  while (*link != &worker) link = &(*link)->next;
+  *link = worker.next;
+  --idleCount;
 }
 
 }  // namespace vexo_host

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <compare>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -11,12 +12,16 @@
 #include <optional>
 #include <thread>
 
+#include "host/event/event.h"
 #include "support/mutex.h"
 
 namespace vexo_host {
 
 // Tasks start in the order in which they fall due. A task may block for as long as it likes: the others go on, each on
 // another thread, until the limit is reached. Any thread may call any method, tasks included, but for Start and Stop.
+//
+// Handing a task over wakes one thread, which runs it, and no other: one thread of its own watches the clock, and it is
+// not woken for a task that falls due later than what it waits for already.
 class Scheduler {
  public:
   using Clock = std::chrono::steady_clock;
@@ -42,11 +47,14 @@ class Scheduler {
   Scheduler& operator=(const Scheduler&) = delete;
   ~Scheduler();
 
-  // Makes the first thread; call it once, before anything else. False when there is none to be had.
+  // Makes the first threads; call it once, before anything else. False when they are not to be had.
   [[nodiscard]] bool Start() KESD_EXCLUDES(mutex);
 
   // Nothing when the task cannot be kept (out of memory, or stopped); then it never runs.
   std::optional<TaskId> At(Clock::time_point due, Task task) noexcept KESD_EXCLUDES(mutex);
+
+  // Runs the task as soon as a thread can. False when it cannot be kept; then it never runs.
+  [[nodiscard]] bool Now(Task task) noexcept KESD_EXCLUDES(mutex);
 
   // Forgets the task, unless it has run or is running.
   void Cancel(const TaskId& id) KESD_EXCLUDES(mutex);
@@ -54,34 +62,49 @@ class Scheduler {
   // Waits for the tasks that run and forgets the others; none runs afterwards. Not to be called from a task.
   void Stop() KESD_EXCLUDES(mutex);
 
-  uint32_t ThreadCount() KESD_EXCLUDES(mutex);
-  size_t TaskCount() KESD_EXCLUDES(mutex);  // tasks kept and not started
+  uint32_t ThreadCount() KESD_EXCLUDES(mutex);  // that run tasks
+  size_t TaskCount() KESD_EXCLUDES(mutex);      // tasks kept and not started
 
  private:
-  using ThreadHandle = std::list<std::thread>::iterator;
+  using Tasks = std::map<TaskId, Task>;
 
-  void Work(ThreadHandle self) KESD_EXCLUDES(mutex);
-  Task TakeDue(Clock::time_point now) KESD_REQUIRES(mutex);
-  Task Watch() KESD_REQUIRES(mutex);
-  void EnsureWatch() KESD_REQUIRES(mutex);
-  bool Rest() KESD_REQUIRES(mutex);
-  bool AddThread() KESD_REQUIRES(mutex);
+  // Stays until the end, so that whoever hands it a task can wake it without the lock, which the woken thread takes.
+  struct Worker {
+    std::thread thread;
+    Event wake;
+    Task task;  // handed over, to be run
+    bool active = false;
+    Worker* next = nullptr;  // while idle
+  };
+
+  void Watch() KESD_EXCLUDES(mutex);
+  Clock::time_point Care(Clock::time_point now) KESD_REQUIRES(mutex);
+  void WatchUntil(Clock::time_point when) KESD_REQUIRES(mutex);
+  Clock::time_point GrowthDue() KESD_REQUIRES(mutex);
+  bool AddWorker() KESD_REQUIRES(mutex);
+
+  void Work(Worker& self);
+  Task Next(Worker& self) KESD_EXCLUDES(mutex);
+  Worker* TakeIdle() KESD_REQUIRES(mutex);
+  void LeaveIdle(const Worker& worker) KESD_REQUIRES(mutex);
+  std::nullptr_t Leave(Worker& self) KESD_REQUIRES(mutex);
 
   const Limits limits;
   const uint32_t processors;
+  std::thread watch;
 
   kesd::Mutex mutex;
-  kesd::Condition watchCondition;  // the watching thread waits here
-  kesd::Condition spareCondition;  // the spare threads wait here
+  kesd::Condition watchChanged;
   bool stopping KESD_GUARDED_BY(mutex) = false;
-  bool watched KESD_GUARDED_BY(mutex) = false;  // a thread waits for the first task to fall due
-  uint32_t spare KESD_GUARDED_BY(mutex) = 0;    // threads that wait to watch, those just being made included
-  uint32_t busy KESD_GUARDED_BY(mutex) = 0;     // threads that run a task
-  Clock::time_point lastTaken KESD_GUARDED_BY(mutex);
+  Clock::time_point watchedUntil KESD_GUARDED_BY(mutex) = Clock::time_point::min();  // the clock is looked at then
+  Clock::time_point lastTaken KESD_GUARDED_BY(mutex);  // when a thread last went on to a task that had waited
   uint64_t nextSequence KESD_GUARDED_BY(mutex) = 0;
-  std::map<TaskId, Task> tasks KESD_GUARDED_BY(mutex);
-  std::list<std::thread> threads KESD_GUARDED_BY(mutex);
-  std::list<std::thread> ended KESD_GUARDED_BY(mutex);  // left their work; to be joined by the next that does
+  Tasks later KESD_GUARDED_BY(mutex);
+  Tasks due KESD_GUARDED_BY(mutex);  // wait for a thread
+  std::list<Worker> workers KESD_GUARDED_BY(mutex);
+  uint32_t active KESD_GUARDED_BY(mutex) = 0;
+  uint32_t idleCount KESD_GUARDED_BY(mutex) = 0;
+  Worker* idle KESD_GUARDED_BY(mutex) = nullptr;  // last come, first woken: the others' caches and stacks grow cold
 };
 
 }  // namespace vexo_host

@@ -1,6 +1,8 @@
 #include "host/vexo_client/source_choice.h"
 
+#include <new>
 #include <string>
+#include <utility>
 
 #include "host/vexo_client/capture_source.h"
 #include "host/vexo_client/scene/scene_options.h"
@@ -14,20 +16,28 @@ constexpr char kTag[] = "vexo_client";
 
 class UnavailableSource final : public MeasurementSource {
  public:
-  void StartScan(std::shared_ptr<const DiscoveryQuery>, ScanDone done) noexcept override {
-    done(wifi::ScanStatus::kUnavailable, {});
+  explicit UnavailableSource(Scheduler& someScheduler) : scheduler(someScheduler) {}
+
+  bool StartScan(std::shared_ptr<const DiscoveryQuery>, ScanDone done) noexcept override { return Answer(done); }
+  bool StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept override { return Answer(done); }
+
+ private:
+  template <typename Done>
+  bool Answer(Done& done) noexcept try {
+    return scheduler.Now([done = std::move(done)] { done(wifi::ScanStatus::kUnavailable, {}); });
+  } catch (const std::bad_alloc&) {
+    return false;
   }
-  void StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept override {
-    done(wifi::ScanStatus::kUnavailable, {});
-  }
+
+  Scheduler& scheduler;
 };
 
-std::unique_ptr<MeasurementSource> Refuse(std::string_view choice, const std::string& reason) {
+std::unique_ptr<MeasurementSource> Refuse(std::string_view choice, const std::string& reason, Scheduler& scheduler) {
   zv_loc_fw::log_error(kTag,
                        "VEXO_SOURCE=\"%.*s\": %s; admitted are scene, scene:KEY=VALUE,... (keys %s) and capture:FILE; "
                        "every request will be answered as unavailable\n",
                        static_cast<int>(choice.size()), choice.data(), reason.c_str(), kSceneOptionKeys);
-  return std::make_unique<UnavailableSource>();
+  return std::make_unique<UnavailableSource>(scheduler);
 }
 
 }  // namespace
@@ -40,17 +50,18 @@ std::unique_ptr<MeasurementSource> MakeSource(std::string_view choice, Scheduler
   if (choice.empty() || kind == "scene") {
     SceneOptions options;
     std::string error;
-    if (colon != std::string_view::npos && !ParseSceneOptions(rest, options, error)) return Refuse(choice, error);
+    if (colon != std::string_view::npos && !ParseSceneOptions(rest, options, error))
+      return Refuse(choice, error, scheduler);
     zv_loc_fw::log_info(kTag, "measuring a scene of %u access points, seed %llu\n", options.accessPoints,
                         static_cast<unsigned long long>(options.seed));
     return std::make_unique<SceneSource>(options, scheduler);
   }
   if (kind == "capture") {
-    if (rest.empty()) return Refuse(choice, "no file is named");
+    if (rest.empty()) return Refuse(choice, "no file is named", scheduler);
     zv_loc_fw::log_info(kTag, "measuring the capture %.*s\n", static_cast<int>(rest.size()), rest.data());
     return std::make_unique<CaptureSource>(std::string(rest), scheduler);
   }
-  return Refuse(choice, "there is no such source");
+  return Refuse(choice, "there is no such source", scheduler);
 }
 
 }  // namespace vexo_host

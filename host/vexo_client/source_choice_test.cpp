@@ -18,9 +18,9 @@ std::pair<ScanStatus, size_t> ScanWith(const std::string& choice) {
   EXPECT_TRUE(scheduler.Start());
   const std::unique_ptr<MeasurementSource> source = MakeSource(choice, scheduler);
   std::promise<std::pair<ScanStatus, size_t>> answer;
-  source->StartScan(std::make_shared<DiscoveryQuery>(), [&](ScanStatus status, std::vector<Bss> found) {
-    answer.set_value({status, found.size()});
-  });
+  EXPECT_TRUE(source->StartScan(std::make_shared<DiscoveryQuery>(), [&](ScanStatus status, const BssList& found) {
+    answer.set_value({status, found == nullptr ? 0 : found->size()});
+  }));
   auto future = answer.get_future();
   EXPECT_EQ(future.wait_for(kPatienceOfTests), std::future_status::ready);
   scheduler.Stop();

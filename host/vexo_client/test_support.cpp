@@ -125,22 +125,21 @@ size_t RecordingListener::InProgress() {
   return inProgress;
 }
 
-void FakeSource::StartScan(std::shared_ptr<const DiscoveryQuery>, ScanDone done) noexcept {
+bool FakeSource::StartScan(std::shared_ptr<const DiscoveryQuery>, ScanDone done) noexcept {
   const std::lock_guard lock(mutex);
   scans.push_back(std::move(done));
   changed.notify_all();
+  return true;
 }
 
-void FakeSource::StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept {
-  done(wifi::ScanStatus::kFailed, {});
-}
+bool FakeSource::StartRanging(std::shared_ptr<const RangingQuery>, RangingDone) noexcept { return false; }
 
 void FakeSource::Answer(size_t scan, wifi::ScanStatus status, std::vector<Bss> found) {
   std::unique_lock lock(mutex);
   if (!changed.wait_for(lock, kPatienceOfTests, [&] { return scans.size() > scan; })) return;
   const ScanDone done = scans[scan];
   lock.unlock();
-  done(status, std::move(found));
+  done(status, MakeBssList(std::move(found)));
 }
 
 size_t FakeSource::ScanCount() {

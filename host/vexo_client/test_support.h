@@ -71,11 +71,11 @@ class RecordingListener final : public zv_loc_fw::VEXOClientListener {
   size_t inProgress = 0;
 };
 
-// Keeps what it is asked for until the test answers. Ranging is answered at once as failed.
+// Keeps what it is asked for until the test answers. Ranging it never starts.
 class FakeSource final : public MeasurementSource {
  public:
-  void StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override;
-  void StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept override;
+  bool StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override;
+  bool StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept override;
 
   // Waits for the scan to be asked for.
   void Answer(size_t scan, wifi::ScanStatus status, std::vector<Bss> found);

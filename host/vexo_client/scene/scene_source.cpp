@@ -14,6 +14,8 @@ using wifi::ScanStatus;
 
 constexpr uint64_t kUptimeStream = 1ull << 41;  // of the noise
 constexpr uint32_t kLongestUptimeS = 90 * 24 * 60 * 60;
+constexpr uint16_t kBeaconIntervalTu = 100;
+constexpr std::chrono::microseconds kBeaconInterval{kBeaconIntervalTu * 1024};
 
 }  // namespace
 
@@ -24,42 +26,74 @@ SceneSource::SceneSource(const SceneOptions& someOptions, Scheduler& someSchedul
       accessPoints(MakeNeighbourhood(someOptions.accessPoints, someOptions.seed)),
       ranging(accessPoints, someOptions.seed) {}
 
-void SceneSource::StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept {
-  bool begunScan = false;
-  try {
-    const auto scan = [this, query = std::move(query), done] { Scan(*query, done); };
-    begunScan = scheduler.At(Scheduler::Clock::now() + options.delay, scan).has_value();
-  } catch (const std::bad_alloc&) {
-    // Answered below.
-  }
-  if (!begunScan) done(ScanStatus::kFailed, {});
+// False when there is no memory to keep it.
+template <typename Task>
+bool SceneSource::AfterDelay(Task&& task) noexcept try {
+  if (options.delay.count() == 0) return scheduler.Now(std::forward<Task>(task));
+  return scheduler.At(Scheduler::Clock::now() + options.delay, std::forward<Task>(task)).has_value();
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
-void SceneSource::Scan(const DiscoveryQuery& query, const ScanDone& done) const noexcept {
-  std::vector<Bss> found;
+bool SceneSource::StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept {
+  return AfterDelay([this, query = std::move(query), done = std::move(done)] { Scan(*query, done); });
+}
+
+void SceneSource::Scan(const DiscoveryQuery& query, const ScanDone& done) noexcept {
+  BssList found;
   ScanStatus status = ScanStatus::kOk;
-  const auto now = std::chrono::steady_clock::now();
   try {
-    for (const AccessPoint& ap : accessPoints) {
-      if (query.filters.AdmitsFrequency(ap.frequencyMhz)) found.push_back(Hear(ap, query, now));
-    }
+    found = Listen(query);
   } catch (const std::bad_alloc&) {
     zv_loc_fw::log_error("vexo_client", "no memory for a scan of the scene\n");
-    found.clear();
     status = ScanStatus::kFailed;
   }
   done(status, std::move(found));
 }
 
-Bss SceneSource::Hear(const AccessPoint& ap, const DiscoveryQuery& query,
-                      std::chrono::steady_clock::time_point now) const {
-  const Ssid ssid(ap.ssid.begin(), ap.ssid.end());
-  const bool hidden = ap.ssidInBeacon != SsidInBeacon::kShown;
-  const bool answersProbe = hidden && query.scanType == wifi::ScanType::kActive && query.filters.ListsSsid(ssid);
+// The frames that came last on the channels asked for, a hidden network's answer to a probe among them.
+BssList SceneSource::Listen(const DiscoveryQuery& query) {
+  const BssList latest = LatestBeacons();
+  auto found = std::make_shared<std::vector<BssPointer>>();
+  bool other = false;  // than all of the latest
+  for (size_t i = 0; i < accessPoints.size(); ++i) {
+    const AccessPoint& ap = accessPoints[i];
+    const bool heard = query.filters.AdmitsFrequency(ap.frequencyMhz);
+    const bool answers = heard && AnswersProbe(ap, query);
+    if (!other && heard && !answers) continue;
+    if (!std::exchange(other, true)) found->assign(latest->begin(), latest->begin() + static_cast<ptrdiff_t>(i));
+    if (answers) {
+      found->push_back(std::make_shared<const SharedBss>(Hear(ap, true, std::chrono::steady_clock::now())));
+    } else if (heard) {
+      found->push_back((*latest)[i]);
+    }
+  }
+  return other ? BssList(std::move(found)) : latest;
+}
 
+// Each access point sends a beacon in every interval, so whoever listens within the same interval hears the same.
+BssList SceneSource::LatestBeacons() {
+  const auto now = std::chrono::steady_clock::now();
+  const kesd::MutexLock lock(mutex);
+  if (beacons != nullptr && now - beaconsSent < kBeaconInterval) return beacons;
+  std::vector<Bss> heard;
+  heard.reserve(accessPoints.size());
+  for (const AccessPoint& ap : accessPoints) heard.push_back(Hear(ap, false, now));
+  beacons = MakeBssList(std::move(heard));
+  beaconsSent = now;
+  return beacons;
+}
+
+bool SceneSource::AnswersProbe(const AccessPoint& ap, const DiscoveryQuery& query) {
+  return ap.ssidInBeacon != SsidInBeacon::kShown && query.scanType == wifi::ScanType::kActive &&
+         query.filters.ListsSsid(Ssid(ap.ssid.begin(), ap.ssid.end()));
+}
+
+Bss SceneSource::Hear(const AccessPoint& ap, bool answersProbe, std::chrono::steady_clock::time_point now) const {
+  const Ssid ssid(ap.ssid.begin(), ap.ssid.end());
   Bss bss;
   bss.bssid = ap.bssid;
-  if (!hidden || answersProbe) {
+  if (ap.ssidInBeacon == SsidInBeacon::kShown || answersProbe) {
     bss.ssid = ssid;
   } else {
     bss.ssid.emplace(ap.ssidInBeacon == SsidInBeacon::kZeroed ? ssid.size() : 0);
@@ -69,22 +103,16 @@ Bss SceneSource::Hear(const AccessPoint& ap, const DiscoveryQuery& query,
   const auto listening = std::chrono::duration_cast<std::chrono::microseconds>(now - begun).count();
   const uint64_t uptimeUs = Noise(options.seed, kUptimeStream ^ ap.bssid).Below(kLongestUptimeS) * 1'000'000ull;
   bss.timestampUs = uptimeUs + static_cast<uint64_t>(listening);
-  bss.beaconIntervalTu = 100;
+  bss.beaconIntervalTu = kBeaconIntervalTu;
   bss.capability = CapabilityOf(ap);
   bss.elements = ElementsOf(ap, answersProbe ? FrameKind::kProbeResponse : FrameKind::kBeacon);
   bss.takenAt = now;
   return bss;
 }
 
-void SceneSource::StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept {
-  bool begunRound = false;
-  try {
-    const auto range = [this, query = std::move(query), round = nextRound++, done] { Range(*query, round, done); };
-    begunRound = scheduler.At(Scheduler::Clock::now() + options.delay, range).has_value();
-  } catch (const std::bad_alloc&) {
-    // Answered below.
-  }
-  if (!begunRound) done(ScanStatus::kFailed, {});
+bool SceneSource::StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept {
+  return AfterDelay(
+      [this, query = std::move(query), round = nextRound++, done = std::move(done)] { Range(*query, round, done); });
 }
 
 void SceneSource::Range(const RangingQuery& query, uint64_t round, const RangingDone& done) const noexcept {

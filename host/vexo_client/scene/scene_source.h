@@ -10,6 +10,7 @@
 #include "host/vexo_client/scene/scene_options.h"
 #include "host/vexo_client/scheduler.h"
 #include "host/vexo_client/source.h"
+#include "support/mutex.h"
 
 namespace vexo_host {
 
@@ -20,13 +21,18 @@ class SceneSource final : public MeasurementSource {
   // Throws std::bad_alloc.
   SceneSource(const SceneOptions& someOptions, Scheduler& someScheduler);
 
-  void StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override;
-  void StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept override;
+  bool StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override;
+  bool StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept override;
 
  private:
-  void Scan(const DiscoveryQuery& query, const ScanDone& done) const noexcept;
+  template <typename Task>
+  bool AfterDelay(Task&& task) noexcept;
+  void Scan(const DiscoveryQuery& query, const ScanDone& done) noexcept;
+  BssList Listen(const DiscoveryQuery& query);
+  BssList LatestBeacons() KESD_EXCLUDES(mutex);
+  static bool AnswersProbe(const AccessPoint& ap, const DiscoveryQuery& query);
   void Range(const RangingQuery& query, uint64_t round, const RangingDone& done) const noexcept;
-  Bss Hear(const AccessPoint& ap, const DiscoveryQuery& query, std::chrono::steady_clock::time_point now) const;
+  Bss Hear(const AccessPoint& ap, bool answersProbe, std::chrono::steady_clock::time_point now) const;
 
   const SceneOptions options;
   Scheduler& scheduler;
@@ -34,6 +40,9 @@ class SceneSource final : public MeasurementSource {
   const std::vector<AccessPoint> accessPoints;
   const SceneRanging ranging;
   std::atomic<uint64_t> nextRound = 0;  // in the order in which they are asked for
+  kesd::Mutex mutex;
+  BssList beacons KESD_GUARDED_BY(mutex);
+  std::chrono::steady_clock::time_point beaconsSent KESD_GUARDED_BY(mutex);
 };
 
 }  // namespace vexo_host

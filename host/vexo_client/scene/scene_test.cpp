@@ -34,10 +34,12 @@ std::vector<Bss> Scan(const SceneOptions& options, ScanType scanType = ScanType:
   EXPECT_TRUE(scheduler.Start());
   SceneSource source(options, scheduler);
   std::promise<std::vector<Bss>> answer;
-  source.StartScan(query, [&](wifi::ScanStatus status, std::vector<Bss> found) {
+  EXPECT_TRUE(source.StartScan(query, [&](wifi::ScanStatus status, const BssList& found) {
     EXPECT_EQ(status, wifi::ScanStatus::kOk);
-    answer.set_value(std::move(found));
-  });
+    std::vector<Bss> heard;
+    for (const BssPointer& bss : *found) heard.push_back(*bss);
+    answer.set_value(std::move(heard));
+  }));
   std::future<std::vector<Bss>> future = answer.get_future();
   EXPECT_EQ(future.wait_for(kPatienceOfTests), std::future_status::ready);
   std::vector<Bss> found = future.get();
