@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 
 using zv_loc_fw::ElementObject;
 using zv_loc_fw::MeasurementInfoObject;
@@ -30,18 +31,36 @@ bool IsExtended(const ElementObject& element) {
 
 void AppendByte(ByteArray& bytes, uint8_t value) { bytes.push_back(static_cast<signed char>(value)); }
 
-// The element's octets, announcing `length`.
-void AppendElement(ByteArray& bytes, const ElementObject& element, uint8_t length) {
-  AppendByte(bytes, element.id);
-  AppendByte(bytes, length);
-  for (uint32_t i = 0; i < element.length; ++i) AppendByte(bytes, element.payload[i]);
+// Appends the element's octets, announcing `length`. Answers how many octets they are, as the next two functions do.
+uint32_t AppendElement(ByteArray& bytes, const ElementObject& element, uint8_t length) {
+  const std::array<signed char, kElementHeaderSize> header = {static_cast<signed char>(element.id),
+                                                              static_cast<signed char>(length)};
+  bytes.append(header, std::span(reinterpret_cast<const signed char*>(element.payload), element.length));
+  return kElementHeaderSize + element.length;
 }
 
 void AppendOptionalElement(ByteArray& bytes, const ElementObject* element, uint32_t& offset, uint32_t& length) {
   if (element == nullptr) return;
   offset = bytes.count;
-  length = kElementHeaderSize + element->length;
-  AppendElement(bytes, *element, element->length);
+  length = AppendElement(bytes, *element, element->length);
+}
+
+// The element as a full beacon has it, with `extra` where that belongs to it.
+uint32_t AppendBeaconElement(ByteArray& bytes, const ElementObject& element, uint8_t extra) {
+  if (!IsExtended(element)) return AppendElement(bytes, element, element.length);
+  const uint32_t length = AppendElement(bytes, element, static_cast<uint8_t>(element.length + 1));
+  AppendByte(bytes, extra);
+  return length + 1;
+}
+
+uint32_t AppendBeaconElements(ByteArray& bytes, const VEXOFullBeaconScanMeasurement& measurement) {
+  uint32_t length = 0;
+  const uint32_t elementCount = measurement.beaconElements.count;
+  for (uint32_t i = 0; i < elementCount; ++i) {
+    const ElementObject* element = measurement.beaconElements[i];
+    if (element != nullptr) length += AppendBeaconElement(bytes, *element, measurement.vendorExtraByte);
+  }
+  return length;
 }
 
 void CopyValues(const VEXOScanMeasurement& from, WifiScanMeasurement& to) {
@@ -127,7 +146,8 @@ void MarshalCommon(CommonResponseData& data, const VEXOScanMeasurement* measurem
   ByteArray& bytes = data.byteData;
   record.byteListOffset = bytes.count;
   record.byteListLength = measurement->byteList.count;
-  for (uint32_t i = 0; i < record.byteListLength; ++i) bytes.push_back(measurement->byteList[i]);
+  bytes.append(
+      std::span(measurement->byteList.data, measurement->byteList.data == nullptr ? 0 : record.byteListLength));
 
   AppendOptionalElement(bytes, measurement->element1, record.element1Offset, record.element1Length);
   AppendOptionalElement(bytes, measurement->element2, record.element2Offset, record.element2Length);
@@ -143,17 +163,7 @@ void MarshalFullBeacon(CommonResponseData& data, const VEXOFullBeaconScanMeasure
   WifiScanMeasurement& record = data.scanMeasurements[index];
 
   const uint32_t offset = data.byteData.count;
-  uint32_t length = 0;
-  const uint32_t elementCount = measurement->beaconElements.count;
-  for (uint32_t i = 0; i < elementCount; ++i) {
-    const ElementObject* element = measurement->beaconElements[i];
-    if (element == nullptr) continue;
-    const uint8_t extra = IsExtended(*element) ? 1 : 0;
-    length += kElementHeaderSize + element->length + extra;
-    AppendElement(data.byteData, *element, static_cast<uint8_t>(element->length + extra));
-    if (extra != 0) AppendByte(data.byteData, measurement->vendorExtraByte);
-  }
-
+  const uint32_t length = AppendBeaconElements(data.byteData, *measurement);
   if (!present) return;
   record.beaconElementsOffset = offset;
   record.beaconElementsLength = length;

@@ -3,6 +3,7 @@
 #ifndef KESD_SUPPORT_VECTOR_H_
 #define KESD_SUPPORT_VECTOR_H_
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -38,6 +39,17 @@ class vector {
     return 0;
   }
 
+  // Does what a push_back of each element of each run does, one run after the other; so an element that finds no memory
+  // is missing, and the next one tries again. A run is contiguous, has a data() and a size(), and is not of this array.
+  template <typename... Runs>
+  void append(const Runs&... runs) {
+    const std::size_t length = (runs.size() + ...);
+    if (length > FreeSlots()) return (AppendAndGrow(runs.data(), runs.size()), ...);
+    T* to = data + count;
+    ((to = std::copy_n(runs.data(), runs.size(), to)), ...);
+    count += static_cast<uint32_t>(length);
+  }
+
   // Replaces the contents with a copy of `other`'s, capacity included; empty when no block could be obtained.
   vector& operator=(const vector& other) {
     if (this == &other) return *this;
@@ -68,6 +80,19 @@ class vector {
  private:
   static constexpr uint32_t kFirstCapacity = 64;
 
+  uint32_t FreeSlots() const { return data == nullptr ? 0 : capacity - count; }
+
+  // Seldom needed, and kept out of the way of what is: arrays double.
+  [[gnu::noinline]] void AppendAndGrow(const T* run, std::size_t length) {
+    for (std::size_t i = 0; i < length; ++i) {
+      const std::size_t fitting = std::min<std::size_t>(FreeSlots(), length - i);
+      std::copy_n(run + i, fitting, data + count);
+      count += static_cast<uint32_t>(fitting);
+      i += fitting;
+      if (i < length) push_back(run[i]);
+    }
+  }
+
   void Clear() {
     delete[] data;
     data = nullptr;
@@ -79,7 +104,7 @@ class vector {
     if (capacity > std::numeric_limits<uint32_t>::max() / 2) return false;
     T* larger = new (std::nothrow) T[std::size_t{capacity} * 2];
     if (larger == nullptr) return false;
-    for (uint32_t i = 0; i < capacity; ++i) larger[i] = data[i];
+    std::copy_n(data, capacity, larger);
     capacity *= 2;
     delete[] data;
     data = larger;

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <numeric>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -142,6 +145,44 @@ TEST(Vector, ACapacityThatCannotBeDoubledIn32BitsIsAFailedLargerBlock) {
   EXPECT_EQ(array.push_back(1), -2);
   EXPECT_EQ(scripted::TakeLog(), Log{"E vector insertion failed -2"});
   EXPECT_EQ(array.capacity, 0x80000000);
+}
+
+TEST(Vector, AppendsRunsAsAPushBackOfEachElementWould) {
+  using Bytes = zv_loc_fw::vector<signed char>;
+  std::vector<signed char> elements(700);
+  std::iota(elements.begin(), elements.end(), static_cast<signed char>(1));
+  const auto fill = [&](Bytes& array, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) array.push_back(elements[i]);
+  };
+  scripted::TakeLog();
+  for (const uint32_t start : {0u, 1u, 63u, 64u, 65u, 127u, 128u, 255u, 256u}) {
+    for (const uint32_t length : {0u, 1u, 2u, 24u, 62u, 63u, 64u, 65u, 128u, 129u, 192u, 257u, 700u}) {
+      for (const int skip : {0, 1, 2}) {
+        for (const int failures : {0, 1, 2, 26, 1000}) {
+          SCOPED_TRACE(testing::Message() << start << " there, " << length << " more, allocations: " << skip
+                                          << " succeed, then " << failures << " fail");
+          Bytes one, other;
+          fill(one, start);
+          fill(other, start);
+          const std::span<const signed char> run(elements.data(), length);
+          const std::span first = run.first(std::min(length, 2u));
+          {
+            const scripted::FailingMemory noMemory(skip, failures);
+            for (const signed char element : run) one.push_back(element);
+          }
+          const Log log = scripted::TakeLog();
+          {
+            const scripted::FailingMemory noMemory(skip, failures);
+            other.append(first, run.subspan(first.size()));
+          }
+          ASSERT_EQ(scripted::TakeLog(), log);
+          ASSERT_EQ(other.capacity, one.capacity);
+          ASSERT_EQ(other.data == nullptr, one.data == nullptr);
+          ASSERT_EQ(std::vector(other.data, other.data + other.count), std::vector(one.data, one.data + one.count));
+        }
+      }
+    }
+  }
 }
 
 TEST(Vector, AFailedAssignmentIsLoggedAndLeavesTheArrayEmpty) {
