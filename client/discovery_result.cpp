@@ -17,10 +17,12 @@ std::span<const uint8_t> Cut(std::span<const uint8_t> all, std::size_t offset, s
 
 // `budget`: the octets of elements that may still be copied. Honest lists do not overlap, so together they are no
 // longer than the buffer; records that all claim the same octets must not multiply them.
-Measurement Decode(const WifiScanMeasurement& record, const DiscoveryResultBuffers& buffers, std::size_t& budget) {
+Measurement Decode(const WifiScanMeasurement& record, uint64_t reportedAtUs, const DiscoveryResultBuffers& buffers,
+                   std::size_t& budget) {
   Measurement measurement;
   measurement.bssid = MacAddressOf(record.bssidLo24, record.bssidHi24);
   measurement.values = wifi::LoadScanValues(record);
+  measurement.ageMs = wifi::AgeMs(measurement.values, reportedAtUs);
   measurement.incomplete =
       !CommonReferencesFit(record, Records<WifiMeasurementInfo>(buffers.infos).Count(), buffers.bytes.size());
 
@@ -53,11 +55,12 @@ Result<DiscoveryResult> DecodeDiscoveryResult(const DiscoveryResultBuffers& buff
     return WrongRecordSize();
   }
   DiscoveryResult result;
-  result.status = static_cast<wifi::ScanStatus>(Records<DiscoveryResultHeader>(buffers.header).At(0).scanStatus);
+  const DiscoveryResultHeader header = Records<DiscoveryResultHeader>(buffers.header).At(0);
+  result.status = static_cast<wifi::ScanStatus>(header.scanStatus);
   result.measurements.reserve(records.Count());
   std::size_t budget = buffers.bytes.size();
   for (std::size_t i = 0; i < records.Count(); ++i) {
-    result.measurements.push_back(Decode(records.At(i), buffers, budget));
+    result.measurements.push_back(Decode(records.At(i), header.opaque64, buffers, budget));
   }
   return result;
 } catch (const std::bad_alloc&) {

@@ -19,6 +19,7 @@ struct Measurement {
   bool ssidValid = false;     // the measurement holds an SSID, perhaps an empty one
   std::vector<uint8_t> ssid;  // octets, not text, at most 32; empty when not valid
   wifi::ScanValues values;
+  uint32_t ageMs = 0;  // when the daemon's library put the result together
   // Information elements back to back, whole ones only, as they were delivered; walk them with wifi::ElementReader.
   std::vector<uint8_t> elements;
   // Something that the record refers to was not delivered, or not whole; this has what was.

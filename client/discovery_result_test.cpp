@@ -48,7 +48,7 @@ TEST(DecodeDiscoveryResult, GivesEveryMeasurementWithItsOwnElements) {
   EXPECT_TRUE(first.ssidValid);
   EXPECT_EQ(first.ssid, Bytes({'C', 'a', 'f', 'e'}));
   EXPECT_EQ(first.values.timestampUs, 123456789u);
-  EXPECT_EQ(first.values.ageMs, 1500u);
+  EXPECT_EQ(first.ageMs, 1500u);
   EXPECT_EQ(first.values.frequencyMhz, 2437u);
   EXPECT_EQ(first.values.signalMbm, -4550);
   EXPECT_EQ(first.values.beaconIntervalTu, 100);

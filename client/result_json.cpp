@@ -39,7 +39,7 @@ Json ToJson(const kes::Measurement& measurement) {
       {"frequency_mhz", values.frequencyMhz},
       {"channel", wifi::ChannelOfFrequency(values.frequencyMhz)},
       {"signal_dbm", SignalValue(values.signalMbm)},
-      {"age_ms", values.ageMs},
+      {"age_ms", measurement.ageMs},
       {"beacon_interval_tu", values.beaconIntervalTu},
       {"capability", values.capability},
       {"security", SecurityWords(measurement)},

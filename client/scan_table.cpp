@@ -27,7 +27,7 @@ std::vector<std::string> RowOf(const kes::Measurement& measurement) {
           SignalText(measurement.values.signalMbm),
           SecurityWords(measurement),
           std::string(kes::PhyName(kes::PhyOf(measurement.elements, frequency))),
-          AgeWords(measurement.values.ageMs) + (measurement.incomplete ? " !" : "")};
+          AgeWords(measurement.ageMs) + (measurement.incomplete ? " !" : "")};
 }
 
 // "  HE Capabilities (255.35), 22 octets: 23010203..."

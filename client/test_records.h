@@ -15,8 +15,11 @@
 
 namespace kes {
 
+// Behind the point at which a 32-bit count of milliseconds begins anew.
+inline constexpr uint64_t kReportedAtUs = (uint64_t{1} << 32) * 1000 + 250'000;
+
 struct TestResult {
-  DiscoveryResultHeader header{};
+  DiscoveryResultHeader header{.opaque64 = kReportedAtUs, .opaque32 = 0, .scanStatus = 0};
   std::vector<WifiScanMeasurement> measurements;
   std::vector<WifiMeasurementInfo> infos;
   std::vector<uint8_t> bytes;
@@ -28,7 +31,7 @@ struct TestResult {
     record.bssidLo24 = Low24(bssid);
     record.bssidHi24 = High24(bssid);
     record.scanValue08 = 123456789;
-    record.scanValue10 = 1500;
+    record.scanValue10 = static_cast<uint32_t>(kReportedAtUs / 1000 - 1500);  // 1.5 s old
     record.scanValue14 = frequencyMhz;
     record.scanValue18 = static_cast<uint32_t>(signalMbm);
     record.scanValue38 = 100;

@@ -79,9 +79,9 @@ void Inbox::MakeRoom(std::size_t frameBytes) {
 }
 
 Inbox::Status Inbox::Fill(std::optional<std::chrono::steady_clock::time_point> deadline, int wakeFd) {
-  const bool blocking = !deadline && wakeFd < 0;
   bool awaited = false;
   for (;;) {
+    const bool blocking = wakeFd < 0 && (!deadline || EndsBefore(*deadline));
     if (!blocking && !awaited) {
       const Status status = AwaitInput(deadline, wakeFd);
       if (status != Status::kFrame) return status;
@@ -95,11 +95,16 @@ Inbox::Status Inbox::Fill(std::optional<std::chrono::steady_clock::time_point> d
     if (received == 0) return Status::kEnd;
     if (errno == EINTR) continue;
     if (errno != EAGAIN) return Status::kEnd;
-    // A descriptor that was made non-blocking.
+    // The read timeout has passed, or the descriptor was made non-blocking.
     const Status status = AwaitInput(deadline, wakeFd);
     if (status != Status::kFrame) return status;
     awaited = true;
   }
+}
+
+// Whether a blocking read returns before `deadline` in any case.
+bool Inbox::EndsBefore(std::chrono::steady_clock::time_point deadline) const {
+  return readTimeout.count() != 0 && deadline - std::chrono::steady_clock::now() > readTimeout;
 }
 
 Inbox::Status Inbox::AwaitInput(std::optional<std::chrono::steady_clock::time_point> deadline, int wakeFd) const {

@@ -36,7 +36,9 @@ class Inbox {
     kMalformed,  // Wrong() says how
   };
 
-  Inbox(int socket, uint32_t maximumFrameBytes) : fd(socket), maxFrameBytes(maximumFrameBytes) {}
+  // `socketReadTimeout`: how long a read of the socket blocks at most (SO_RCVTIMEO); 0 is for ever.
+  Inbox(int socket, uint32_t maximumFrameBytes, std::chrono::milliseconds socketReadTimeout)
+      : fd(socket), maxFrameBytes(maximumFrameBytes), readTimeout(socketReadTimeout) {}
 
   // A negative `wakeFd` is none.
   Status Next(Frame& frame, std::optional<std::chrono::steady_clock::time_point> deadline, int wakeFd);
@@ -47,10 +49,12 @@ class Inbox {
   bool HoldsIdleLargeChunk() const;
   void MakeRoom(std::size_t frameBytes);
   Status Fill(std::optional<std::chrono::steady_clock::time_point> deadline, int wakeFd);
+  bool EndsBefore(std::chrono::steady_clock::time_point deadline) const;
   Status AwaitInput(std::optional<std::chrono::steady_clock::time_point> deadline, int wakeFd) const;
 
   const int fd;
   const uint32_t maxFrameBytes;
+  const std::chrono::milliseconds readTimeout;
   const char* wrong = nullptr;
   std::shared_ptr<Chunk> chunk;
   std::size_t begin = 0;  // in `chunk`: what was received and not handed out lies from here

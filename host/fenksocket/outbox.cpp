@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "host/fenksocket/poll_timeout.h"
@@ -17,9 +18,14 @@ Outbox::Outbox(int socket, std::chrono::milliseconds releasePatience, std::funct
 Outbox::~Outbox() { Close(); }
 
 Outbox::Result Outbox::Send(std::span<iovec> frame, std::chrono::steady_clock::time_point deadline) {
-  Result result = TakeTurn(deadline);
-  if (result != Result::kSent) return result;
-  result = WriteRelease(deadline);  // what is left of one that the socket took in part
+  Result result = Result::kSent;
+  {
+    const kesd::MutexLock lock(mutex);
+    if (Queue(frame)) return Result::kSent;
+    result = TakeTurn(deadline);
+    if (result != Result::kSent) return result;
+  }
+  result = WriteBatch(deadline);  // what is left of one that the socket took in part
   std::size_t written = 0;
   if (result == Result::kSent) result = Write(frame, written, deadline);
   if (result != Result::kSent) Close();  // the stream may have ended within a frame
@@ -32,7 +38,7 @@ void Outbox::GiveBack(std::unique_ptr<Receipt> receipt) {
     const kesd::MutexLock lock(mutex);
     if (closed) return;
     Receipt* const added = receipt.get();
-    (last == nullptr ? queue : last->next) = std::move(receipt);
+    (last == nullptr ? receipts : last->next) = std::move(receipt);
     last = added;
     if (writing) return;
     writing = true;
@@ -55,14 +61,13 @@ void Outbox::Close() {
     const kesd::MutexLock lock(mutex);
     closed = true;
     last = nullptr;
-    dropped = std::move(queue);
+    dropped = std::move(receipts);
     turn.NotifyAll();
   }
   while (dropped) dropped = std::move(dropped->next);  // one by one: a chain's destructor would recurse
 }
 
 Outbox::Result Outbox::TakeTurn(Deadline deadline) {
-  const kesd::MutexLock lock(mutex);
   while (writing && !closed) {
     if (!turn.Wait(mutex, deadline) && writing && !closed) return Result::kTimedOut;
   }
@@ -71,11 +76,24 @@ Outbox::Result Outbox::TakeTurn(Deadline deadline) {
   return Result::kSent;
 }
 
-// Sends the queue and gives the turn up, with no moment between in which a receipt could be queued for nobody.
+// False when nobody writes or it does not fit.
+bool Outbox::Queue(std::span<const iovec> frame) {
+  if (!writing || closed) return false;
+  std::size_t end = framesSize;
+  for (const iovec& part : frame) {
+    if (part.iov_len > frames.size() - end) return false;
+    std::memcpy(frames.data() + end, part.iov_base, part.iov_len);
+    end += part.iov_len;
+  }
+  framesSize = end;
+  return true;
+}
+
+// Sends the queue and gives the turn up, with no moment between in which something could be queued for nobody.
 void Outbox::EndTurn() {
   const Deadline deadline = onUnsent ? Deadline() : std::chrono::steady_clock::now() + patience;
   Result result = Result::kSent;
-  while (result == Result::kSent && NextRelease()) result = WriteRelease(deadline);
+  while (result == Result::kSent && NextBatch()) result = WriteBatch(deadline);
   if (result == Result::kClosed) Close();
   if (result == Result::kSent) return;
   {
@@ -87,28 +105,36 @@ void Outbox::EndTurn() {
   if (onUnsent) onUnsent();
 }
 
-// Moves queued receipts into `release`. When there is nothing to send, false, and the turn is given up.
-bool Outbox::NextRelease() {
+// Moves what is queued into `batch`. When there is nothing to send, false, and the turn is given up.
+bool Outbox::NextBatch() {
   const kesd::MutexLock lock(mutex);
-  if (!closed && releaseBegin != releaseEnd) return true;
+  if (!closed && batchBegin != batchEnd) return true;
+  std::copy_n(frames.begin(), framesSize, batch.begin());
+  std::array<uint64_t, kIdsPerFrame> ids;
   std::size_t count = 0;
-  while (queue && count < kIdsPerFrame) {
-    release.ids[count++] = queue->id;
-    queue = std::move(queue->next);
+  while (receipts && count < kIdsPerFrame) {
+    ids[count++] = receipts->id;
+    receipts = std::move(receipts->next);
   }
-  if (!queue) last = nullptr;
-  releaseBegin = 0;
-  releaseEnd = count == 0 ? 0 : sizeof(release.header) + count * sizeof(uint64_t);
-  release.header = {static_cast<uint32_t>(releaseEnd), wire::kRelease, 0, 0};
-  if (count != 0) return true;
+  if (!receipts) last = nullptr;
+  batchBegin = 0;
+  batchEnd = std::exchange(framesSize, 0);
+  if (count != 0) {
+    const wire::FrameHeader header{static_cast<uint32_t>(sizeof(header) + count * sizeof(uint64_t)), wire::kRelease, 0,
+                                   0};
+    std::memcpy(batch.data() + batchEnd, &header, sizeof(header));
+    std::memcpy(batch.data() + batchEnd + sizeof(header), ids.data(), count * sizeof(uint64_t));
+    batchEnd += header.length;
+  }
+  if (batchEnd != 0) return true;
   writing = false;
   turn.NotifyOne();
   return false;
 }
 
-Outbox::Result Outbox::WriteRelease(Deadline deadline) {
-  iovec part{reinterpret_cast<std::byte*>(&release) + releaseBegin, releaseEnd - releaseBegin};
-  return releaseBegin == releaseEnd ? Result::kSent : Write({&part, 1}, releaseBegin, deadline);
+Outbox::Result Outbox::WriteBatch(Deadline deadline) {
+  iovec part{batch.data() + batchBegin, batchEnd - batchBegin};
+  return batchBegin == batchEnd ? Result::kSent : Write({&part, 1}, batchBegin, deadline);
 }
 
 Outbox::Result Outbox::Write(std::span<iovec> parts, std::size_t& written, Deadline deadline) const {
@@ -116,7 +142,9 @@ Outbox::Result Outbox::Write(std::span<iovec> parts, std::size_t& written, Deadl
     msghdr message{};
     message.msg_iov = parts.data();
     message.msg_iovlen = parts.size();
-    const ssize_t sent = sendmsg(fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+    constexpr int kFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
+    const ssize_t sent = parts.size() == 1 ? send(fd, parts.front().iov_base, parts.front().iov_len, kFlags)
+                                           : sendmsg(fd, &message, kFlags);
     if (sent < 0 && errno == EINTR) continue;
     if (sent < 0 && errno != EAGAIN && errno != ENOBUFS && errno != ENOMEM) return Result::kClosed;
     if (sent < 0) {

@@ -31,14 +31,15 @@ class Outbox {
  public:
   enum class Result { kSent, kTimedOut, kClosed };
 
-  // `unsent` is called, with no lock held, when receipts or the rest of a frame had to stay because the socket is full
-  // and no thread is left that waits for it: Flush is then due once the socket is writable. Without `unsent`, GiveBack
-  // itself waits for the peer, up to `patience`.
+  // `unsent` is called, with no lock held, when something queued or the rest of it had to stay because the socket is
+  // full and no thread is left that waits for it: Flush is then due once the socket is writable. Without `unsent`,
+  // whoever sends the queue waits for the peer, up to `patience`.
   Outbox(int socket, std::chrono::milliseconds releasePatience, std::function<void()> unsent);
   ~Outbox();
 
-  // Sends one frame, or nothing when its turn does not come in time. After kTimedOut the stream may have ended within
-  // the frame: the connection is of no more use.
+  // Sends one frame, or nothing when its turn does not come in time. A short one is queued for the thread that writes
+  // just now, if there is one: waiting for it would cost two changes of thread. After kTimedOut the stream may have
+  // ended within the frame: the connection is of no more use.
   Result Send(std::span<iovec> frame, std::chrono::steady_clock::time_point deadline) KESD_EXCLUDES(mutex);
 
   // Sends the receipt now, or queues it for whoever writes next.
@@ -54,18 +55,17 @@ class Outbox {
   using Deadline = std::optional<std::chrono::steady_clock::time_point>;  // none: does not wait
 
   // The turn: one thread at a time writes, and whoever has it sends what others queued before giving it up.
-  Result TakeTurn(Deadline deadline) KESD_EXCLUDES(mutex);
+  Result TakeTurn(Deadline deadline) KESD_REQUIRES(mutex);
+  bool Queue(std::span<const iovec> frame) KESD_REQUIRES(mutex);
   void EndTurn() KESD_EXCLUDES(mutex);
   // These are the turn's.
-  bool NextRelease() KESD_EXCLUDES(mutex);
-  Result WriteRelease(Deadline deadline);
+  bool NextBatch() KESD_EXCLUDES(mutex);
+  Result WriteBatch(Deadline deadline);
   Result Write(std::span<iovec> parts, std::size_t& written, Deadline deadline) const;
 
+  static constexpr std::size_t kQueueBytes = 512;  // a few replies and small invocations
   static constexpr std::size_t kIdsPerFrame = 64;
-  struct ReleaseFrame {
-    wire::FrameHeader header;
-    std::array<uint64_t, kIdsPerFrame> ids;
-  };
+  static constexpr std::size_t kLongestRelease = sizeof(wire::FrameHeader) + kIdsPerFrame * sizeof(uint64_t);
 
   const int fd;
   const std::chrono::milliseconds patience;
@@ -75,13 +75,16 @@ class Outbox {
   kesd::Condition turn;
   bool writing KESD_GUARDED_BY(mutex) = false;  // a thread has the turn
   bool closed KESD_GUARDED_BY(mutex) = false;
-  std::unique_ptr<Receipt> queue KESD_GUARDED_BY(mutex);
+  // The queue: frames, and the receipts that go behind them.
+  std::array<std::byte, kQueueBytes> frames KESD_GUARDED_BY(mutex);
+  std::size_t framesSize KESD_GUARDED_BY(mutex) = 0;
+  std::unique_ptr<Receipt> receipts KESD_GUARDED_BY(mutex);
   Receipt* last KESD_GUARDED_BY(mutex) = nullptr;
 
   // The turn's own.
-  ReleaseFrame release;
-  std::size_t releaseBegin = 0;  // of `release`, the bytes from here
-  std::size_t releaseEnd = 0;    // to here are not sent yet
+  std::array<std::byte, kQueueBytes + kLongestRelease> batch;
+  std::size_t batchBegin = 0;  // of `batch`, the bytes from here
+  std::size_t batchEnd = 0;    // to here are not sent yet
 };
 
 }  // namespace fenk

@@ -127,15 +127,11 @@ class Session : public std::enable_shared_from_this<Session> {
     const kesd::MutexLock lock(mutex);
     return draining;
   }
-  bool Over() const KESD_REQUIRES(mutex) { return draining || end.kind != EndKind::kOpen; }
-  bool IsOver() KESD_EXCLUDES(mutex) {
-    const kesd::MutexLock lock(mutex);
-    return Over();
-  }
   Waiter& TakeWaiter() KESD_EXCLUDES(mutex);
   void FailCalls() KESD_REQUIRES(mutex);
   WaitResult Wait(const std::function<bool()>& done, std::optional<Clock::time_point> deadline, int wakeFd,
                   Waiter& waiter) KESD_EXCLUDES(mutex);
+  bool TakeBaton(const Waiter& waiter) KESD_EXCLUDES(mutex);
   WaitResult ReadAndServe(std::optional<Clock::time_point> deadline, int wakeFd) KESD_EXCLUDES(mutex);
   WaitResult OpenEvent(Waiter& waiter) KESD_EXCLUDES(mutex);
   WaitResult AwaitSignal(Waiter& waiter, std::optional<Clock::time_point> deadline, int wakeFd) KESD_EXCLUDES(mutex);
@@ -144,6 +140,7 @@ class Session : public std::enable_shared_from_this<Session> {
   // session_call.cpp: this end invokes the peer's objects.
   static int32_t InvokeStandIn(void* context, uint32_t op, ObjectArg* args, uint32_t counts);
   int32_t CallPeer(uint64_t target, uint32_t op, ObjectArg* args, uint32_t counts) KESD_EXCLUDES(mutex);
+  bool IsNested() KESD_EXCLUDES(mutex);
   bool SendCall(wire::FrameBuilder& frame, Call& call, Clock::time_point deadline) KESD_EXCLUDES(mutex);
   bool TakeCall(const Call& call) KESD_REQUIRES(mutex);
   void Fail(Call& call, int32_t result) KESD_EXCLUDES(mutex);
@@ -181,13 +178,18 @@ class Session : public std::enable_shared_from_this<Session> {
   std::atomic<uint64_t> lastSerial = 0;
   std::atomic<uint32_t> peerMaxFrameBytes;  // no limit is known until the peer's HELLO has come
 
+  // These change under the lock only, and are read without it where a change that is just being made need not be seen.
+  std::atomic<bool> over = false;   // draining or ended
+  std::atomic<uint32_t> depth = 0;  // invocations that run, each within the one before
+  std::atomic<std::size_t> deferredCount = 0;
+  std::atomic<uint32_t> frameWatchers = 0;  // waiters, but for the reader, that are to be signalled after each frame
+
   kesd::Mutex mutex;
   std::optional<std::thread::id> reader KESD_GUARDED_BY(mutex);
   std::list<Waiter> waiters KESD_GUARDED_BY(mutex);  // as many as ever waited at once
   Waiter* spareWaiters KESD_GUARDED_BY(mutex) = nullptr;
   Waiter* waiting KESD_GUARDED_BY(mutex) = nullptr;  // all but the reader
   std::vector<Call*> calls KESD_GUARDED_BY(mutex);
-  uint32_t depth KESD_GUARDED_BY(mutex) = 0;  // invocations that run, each within the one before
   std::deque<std::unique_ptr<Incoming>> deferred KESD_GUARDED_BY(mutex);  // until no invocation runs
   bool draining KESD_GUARDED_BY(mutex) = false;
   ConnectionEnd end KESD_GUARDED_BY(mutex) = {EndKind::kOpen, ""};

@@ -37,17 +37,10 @@ int32_t Session::CallPeer(uint64_t target, uint32_t op, ObjectArg* args, uint32_
   const std::span inputObjects(outputBuffers.data() + outputBuffers.size(), wire::InputObjects(counts));
   const std::span outputObjects(inputObjects.data() + inputObjects.size(), wire::OutputObjects(counts));
   for (ObjectArg& arg : outputObjects) arg.object = {nullptr, nullptr};
-  bool nested;
-  {
-    const kesd::MutexLock lock(mutex);
-    if (Over()) return kErrorDisconnected;
-    nested = depth != 0 && reader == std::this_thread::get_id();
-  }
-  const Clock::time_point deadline = Clock::now() + limits.answerDeadline;
-
   const WaiterLease lease(*this);
   Call call{.serial = lastSerial.fetch_add(1) + 1, .counts = counts, .args = args, .waiter = lease.Get()};
-  wire::FrameBuilder frame(wire::kInvoke, call.serial, nested ? wire::kNested : uint16_t{0});
+  const Clock::time_point deadline = Clock::now() + limits.answerDeadline;
+  wire::FrameBuilder frame(wire::kInvoke, call.serial, IsNested() ? wire::kNested : uint16_t{0});
   frame.Put(wire::InvokeBody{target, op, counts});
   for (const ObjectArg& arg : inputBuffers) frame.Put(arg.buffer.size);
   for (const ObjectArg& arg : outputBuffers) frame.Put(arg.buffer.size);
@@ -56,7 +49,7 @@ int32_t Session::CallPeer(uint64_t target, uint32_t op, ObjectArg* args, uint32_
     for (const ObjectArg& arg : inputObjects) {
       if (arg.object.invoke != nullptr) ObjectRetain(arg.object);  // it is only lent
       wire::ObjectReference reference;
-      if (!sent.Add(arg.object, reference)) return IsOver() ? kErrorDisconnected : kErrorLimit;
+      if (!sent.Add(arg.object, reference)) return over ? kErrorDisconnected : kErrorLimit;
       frame.Put(reference);
     }
     for (const ObjectArg& arg : inputBuffers) frame.PutBytes(arg.buffer.ptr, arg.buffer.size);
@@ -72,11 +65,18 @@ int32_t Session::CallPeer(uint64_t target, uint32_t op, ObjectArg* args, uint32_
   return call.result;
 }
 
+// Whether this thread is running an invocation of the peer.
+bool Session::IsNested() {
+  if (depth == 0) return false;
+  const kesd::MutexLock lock(mutex);
+  return reader == std::this_thread::get_id();
+}
+
 // False when the peer has not got the call, which is then done.
 bool Session::SendCall(wire::FrameBuilder& frame, Call& call, Clock::time_point deadline) {
   {
     const kesd::MutexLock lock(mutex);
-    if (Over()) {
+    if (over) {
       call.done = true;
       return false;
     }
@@ -112,7 +112,7 @@ const char* Session::ServeReply(const Frame& frame) {
   Call* call = nullptr;
   {
     const kesd::MutexLock lock(mutex);
-    if (Over()) return nullptr;
+    if (over) return nullptr;
     const auto found =
         std::find_if(calls.begin(), calls.end(), [&](const Call* c) { return c->serial == reply.serial; });
     if (found == calls.end()) return "REPLY to no invocation";

@@ -44,6 +44,7 @@ void Session::ServeFrame(const Frame& frame) {
     wrong = "frame of unknown type";
   }
   if (wrong != nullptr) End(EndKind::kViolation, wrong);
+  if (frameWatchers == 0) return;
   const kesd::MutexLock lock(mutex);
   for (Waiter* waiter = waiting; waiter != nullptr; waiter = waiter->next) {
     if (waiter->everyFrame) Signal(*waiter);
@@ -69,18 +70,12 @@ const char* Session::ServeRelease(const Frame& frame) {
 }
 
 const char* Session::ServeInvocation(const Frame& frame) {
-  bool deferring = false;
-  bool tooMany = false;
-  {
-    const kesd::MutexLock lock(mutex);
-    deferring = depth != 0;
-    tooMany = deferred.size() >= kMaxDeferred;
-  }
+  const bool tooMany = deferredCount >= kMaxDeferred;
   const auto serve = [&](Incoming& incoming) {
     incoming.frame = frame;
     return Prepare(incoming);
   };
-  if (!deferring) {
+  if (depth == 0) {
     Incoming incoming;
     if (const char* wrong = serve(incoming)) return wrong;
     Answer(incoming);
@@ -90,7 +85,9 @@ const char* Session::ServeInvocation(const Frame& frame) {
   if (const char* wrong = serve(*incoming)) return wrong;
   if (!incoming->invocation.nested && !tooMany) {
     const kesd::MutexLock lock(mutex);
-    if (!Over()) deferred.push_back(std::move(incoming));
+    if (over) return nullptr;
+    deferred.push_back(std::move(incoming));
+    ++deferredCount;
     return nullptr;
   }
   if (!incoming->invocation.nested && incoming->refusal == OBJECT_OK) incoming->refusal = kErrorLimit;
@@ -126,12 +123,14 @@ const char* Session::Prepare(Incoming& incoming) {
 
 // True when there was one to serve now.
 bool Session::ServeDeferred() {
+  if (deferredCount == 0 || depth != 0) return false;
   std::unique_ptr<Incoming> next;
   {
     const kesd::MutexLock lock(mutex);
-    if (depth != 0 || deferred.empty()) return false;
+    if (deferred.empty()) return false;
     next = std::move(deferred.front());
     deferred.pop_front();
+    --deferredCount;
   }
   Answer(*next);
   return true;
@@ -141,7 +140,7 @@ void Session::Answer(Incoming& incoming) {
   int32_t result = incoming.refusal;
   {
     const kesd::MutexLock lock(mutex);
-    if (Over()) return;
+    if (over) return;
     if (depth >= limits.maxNestedCalls && result == OBJECT_OK) result = kErrorLimit;
     ++depth;
   }

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <chrono>
 #include <limits>
 #include <new>
 #include <utility>
@@ -12,13 +13,25 @@
 #include "host/fenksocket/session.h"
 
 namespace fenk {
+namespace {
+
+// Has the kernel end a blocking read in time for whoever waits for an answer, who need not ask before each read whether
+// there is something then: half the deadline, so that an answer's wait begins with such a read. What it now is.
+std::chrono::milliseconds BoundReads(int socket, std::chrono::milliseconds answerDeadline) {
+  const std::chrono::milliseconds half = answerDeadline / 2;
+  const timeval timeout{half.count() / 1000, half.count() % 1000 * 1000};
+  const bool bounded = setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout)) == 0;
+  return bounded ? half : std::chrono::milliseconds(0);
+}
+
+}  // namespace
 
 Session::Session(UniqueFd connectedSocket, const Limits& peerLimits, Object servedRoot, std::function<void()> onUnsent)
     : socket(std::move(connectedSocket)),
       limits(peerLimits),
       root(servedRoot),
       outbox(socket.Get(), peerLimits.answerDeadline, std::move(onUnsent)),
-      inbox(socket.Get(), peerLimits.maxFrameBytes),
+      inbox(socket.Get(), peerLimits.maxFrameBytes, BoundReads(socket.Get(), peerLimits.answerDeadline)),
       exports(peerLimits.maxExportedObjects),
       peerMaxFrameBytes(std::numeric_limits<uint32_t>::max()) {}
 
@@ -58,8 +71,8 @@ WaitResult Session::Serve(const std::function<bool()>& done, std::optional<Clock
 void Session::Drain() {
   {
     const kesd::MutexLock lock(mutex);
-    if (Over()) return;
-    draining = true;
+    if (over) return;
+    over = draining = true;
     FailCalls();
     if (depth != 0) {
       shutdown(socket.Get(), SHUT_RD);  // an invocation may be reading for a reply
@@ -75,7 +88,9 @@ void Session::End(EndKind kind, const char* what) {
     const kesd::MutexLock lock(mutex);
     if (end.kind != EndKind::kOpen) return;
     end = {kind, what};
+    over = true;
     dropped.swap(deferred);
+    deferredCount = 0;
     FailCalls();
     for (Waiter* waiter = waiting; waiter != nullptr; waiter = waiter->next) Signal(*waiter);
   }
@@ -99,27 +114,21 @@ void Session::FailCalls() {
 
 WaitResult Session::Wait(const std::function<bool()>& done, std::optional<Clock::time_point> deadline, int wakeFd,
                          Waiter& waiter) {
-  bool reading;
+  bool reading = false;
   {
     const kesd::MutexLock lock(mutex);
-    reading = reader == std::this_thread::get_id();
-    if (!reading) {
+    if (reader == std::this_thread::get_id()) {
+      reading = true;
+    } else {
       waiter.next = waiting;
       waiting = &waiter;
+      if (waiter.everyFrame) ++frameWatchers;
     }
   }
   const bool nested = reading;
   WaitResult result;
   for (;;) {
-    bool over;
-    {
-      const kesd::MutexLock lock(mutex);
-      over = Over();
-      if (!reading && !reader) {
-        reader = std::this_thread::get_id();
-        reading = true;
-      }
-    }
+    if (!reading) reading = TakeBaton(waiter);
     result = WaitResult::kDone;
     if (done()) break;
     result = WaitResult::kDisconnected;
@@ -129,12 +138,25 @@ WaitResult Session::Wait(const std::function<bool()>& done, std::optional<Clock:
   }
   if (nested) return result;
   const kesd::MutexLock lock(mutex);
-  if (reading) reader.reset();
+  if (reading) {
+    reader.reset();
+  } else if (waiter.everyFrame) {
+    --frameWatchers;
+  }
   Waiter** link = &waiting;
   while (*link != &waiter) link = &(*link)->next;
   *link = waiter.next;
   if (!reader && waiting != nullptr) Signal(*waiting);
   return result;
+}
+
+// True when this thread has become the reader.
+bool Session::TakeBaton(const Waiter& waiter) {
+  const kesd::MutexLock lock(mutex);
+  if (reader) return false;
+  reader = std::this_thread::get_id();
+  if (waiter.everyFrame) --frameWatchers;
+  return true;
 }
 
 // One frame, or one deferred invocation. kDone when there may be more.

@@ -172,7 +172,7 @@ void Client::Report(Discovery& discovery, ScanStatus status, BssList candidates)
   {
     DiscoveryResponse response(discovery.id, status);
     try {
-      response.Fill(std::move(candidates), discovery.query.filters, Scheduler::Clock::now());
+      response.Fill(std::move(candidates), discovery.query.filters);
     } catch (const std::bad_alloc&) {
       zv_loc_fw::log_error(kTag, "request %u: no memory for the response\n", discovery.id);
       response.scanStatus = static_cast<uint32_t>(ScanStatus::kFailed);

@@ -108,7 +108,7 @@ void Client::Report(const RangingPointer& ranging, ScanStatus status, const std:
     RangingResponse response(ranging->id, status);
     try {
       if (status == ScanStatus::kOk || status == ScanStatus::kTimedOut) {
-        response.Fill(ranging->query.nodes, peers, Scheduler::Clock::now());
+        response.Fill(ranging->query.nodes, peers);
       }
     } catch (const std::bad_alloc&) {
       zv_loc_fw::log_error(kTag, "request %u: no memory for the response\n", ranging->id);

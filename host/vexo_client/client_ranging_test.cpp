@@ -7,6 +7,7 @@
 #include <thread>
 #include <utility>
 
+#include "host/vexo_client/boot_clock.h"
 #include "host/vexo_client/client.h"
 #include "host/vexo_client/scene/scene_source.h"
 #include "host/vexo_client/source_choice.h"
@@ -96,7 +97,7 @@ TEST_F(RangingClient, ReportsOneMeasurementForEachNodeInTheirOrder) {
     EXPECT_EQ(ranged.values.status, expected[i].status);
     EXPECT_EQ(ranged.scanned.frequencyMhz, expected[i].frequencyMhz);
     EXPECT_EQ(ranged.scanned.signalMbm == wifi::kSignalUnknown, expected[i].frequencyMhz == 0);
-    EXPECT_LT(ranged.scanned.ageMs, 60'000u);
+    EXPECT_LT(wifi::AgeMs(ranged.scanned, BootTimeUs()), 60'000u);
     EXPECT_FALSE(ranged.ssidValid);
   }
   EXPECT_NE(report.ranged[1].values.rttPs, report.ranged[3].values.rttPs);

@@ -1,5 +1,6 @@
 #include "host/vexo_client/ranging_response.h"
 
+#include "host/vexo_client/boot_clock.h"
 #include "host/vexo_client/discovery_query.h"
 #include "host/vexo_client/response_parts.h"
 
@@ -16,13 +17,13 @@ RangingResponse::Block::~Block() {
   Return(measurement.macList);
 }
 
-void RangingResponse::Block::Describe(const zv_loc_fw::VEXONodeInfo& node, const RangedPeer& peer, TimePoint now) {
+void RangingResponse::Block::Describe(const zv_loc_fw::VEXONodeInfo& node, const RangedPeer& peer) {
   measurement.bssid = addresses[0] = node.address;
   addresses[1] = node.secondAddress;
   Lend(addresses, AddressBits(node.secondAddress) == 0 ? 1 : 2, measurement.macList);
 
   wifi::ScanValues scanned;
-  scanned.ageMs = AgeMs(peer.takenAt, now);
+  scanned.takenAtMs = BootTimeMs(peer.takenAt);
   scanned.frequencyMhz = peer.frequencyMhz;
   scanned.signalMbm = peer.signalMbm;
   wifi::StoreScanValues(scanned, measurement);
@@ -31,16 +32,15 @@ void RangingResponse::Block::Describe(const zv_loc_fw::VEXONodeInfo& node, const
   Lend(&infoPointer, 1, measurement.infoList);
 }
 
-void RangingResponse::Fill(const std::vector<zv_loc_fw::VEXONodeInfo>& nodes, const std::vector<RangedPeer>& peers,
-                           TimePoint now) {
+void RangingResponse::Fill(const std::vector<zv_loc_fw::VEXONodeInfo>& nodes, const std::vector<RangedPeer>& peers) {
   pointers.reserve(nodes.size());
   blocks = std::make_unique<Block[]>(nodes.size());
 
   RangedPeer unmeasured;
-  unmeasured.takenAt = now;
+  unmeasured.takenAt = std::chrono::steady_clock::now();
   unmeasured.values.status = wifi::RangingStatus::kNotMeasured;
   for (size_t i = 0; i < nodes.size(); ++i) {
-    blocks[i].Describe(nodes[i], i < peers.size() ? peers[i] : unmeasured, now);
+    blocks[i].Describe(nodes[i], i < peers.size() ? peers[i] : unmeasured);
     pointers.push_back(&blocks[i].measurement);
   }
   Lend(pointers.data(), pointers.size(), measurements);

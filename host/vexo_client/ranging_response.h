@@ -2,7 +2,6 @@
 #ifndef KESD_HOST_VEXO_CLIENT_RANGING_RESPONSE_H_
 #define KESD_HOST_VEXO_CLIENT_RANGING_RESPONSE_H_
 
-#include <chrono>
 #include <memory>
 #include <vector>
 
@@ -14,20 +13,18 @@ namespace vexo_host {
 
 class RangingResponse final : public zv_loc_fw::VEXORangingScanResponse {
  public:
-  using TimePoint = std::chrono::steady_clock::time_point;
-
   RangingResponse(unsigned int id, wifi::ScanStatus status);
   ~RangingResponse() override;
 
   // Adds one ranging measurement for each of `nodes`, in their order, once: what `peers` has at the same place, and
-  // kNotMeasured where it ends earlier. Ages are as of `now`. Throws std::bad_alloc; then there are none.
-  void Fill(const std::vector<zv_loc_fw::VEXONodeInfo>& nodes, const std::vector<RangedPeer>& peers, TimePoint now);
+  // kNotMeasured where it ends earlier. Throws std::bad_alloc; then there are none.
+  void Fill(const std::vector<zv_loc_fw::VEXONodeInfo>& nodes, const std::vector<RangedPeer>& peers);
 
  private:
   // A measurement and what its lists hold.
   struct Block {
     ~Block();
-    void Describe(const zv_loc_fw::VEXONodeInfo& node, const RangedPeer& peer, TimePoint now);
+    void Describe(const zv_loc_fw::VEXONodeInfo& node, const RangedPeer& peer);
 
     zv_loc_fw::VEXORangingScanMeasurement measurement;
     zv_loc_fw::MeasurementInfoObject info{};

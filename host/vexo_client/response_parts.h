@@ -2,11 +2,8 @@
 #ifndef KESD_HOST_VEXO_CLIENT_RESPONSE_PARTS_H_
 #define KESD_HOST_VEXO_CLIENT_RESPONSE_PARTS_H_
 
-#include <algorithm>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 
 #include "support/vector.h"
 
@@ -25,11 +22,6 @@ template <typename T>
 void Return(zv_loc_fw::vector<T>& list) {
   list.data = nullptr;
   list.capacity = list.count = 0;
-}
-
-inline uint32_t AgeMs(std::chrono::steady_clock::time_point takenAt, std::chrono::steady_clock::time_point now) {
-  const int64_t age = std::chrono::duration_cast<std::chrono::milliseconds>(now - takenAt).count();
-  return static_cast<uint32_t>(std::clamp<int64_t>(age, 0, std::numeric_limits<uint32_t>::max()));
 }
 
 }  // namespace vexo_host

@@ -11,7 +11,7 @@
 namespace vexo_host {
 namespace {
 
-Heard Copy(const zv_loc_fw::VEXOScanMeasurement& measurement) {
+Heard Copy(const zv_loc_fw::VEXOScanMeasurement& measurement, uint64_t reportedAtUs) {
   Heard heard;
   heard.bssid = AddressBits(measurement.bssid);
   uint8_t octets[32];
@@ -20,7 +20,7 @@ Heard Copy(const zv_loc_fw::VEXOScanMeasurement& measurement) {
     heard.ssid.emplace(octets, octets + length);
   }
   heard.frequencyMhz = measurement.value10;
-  heard.ageMs = measurement.valueF0;
+  heard.ageMs = static_cast<uint32_t>(reportedAtUs / 1'000) - measurement.valueF0;
   if (measurement.getMeasurementType() == zv_loc_fw::MEASUREMENT_TYPE_FULL_BEACON) {
     const auto& beacon = static_cast<const zv_loc_fw::VEXOFullBeaconScanMeasurement&>(measurement);
     for (uint32_t i = 0; i < beacon.beaconElements.count; ++i) {
@@ -75,7 +75,7 @@ Report Copy(zv_loc_fw::VEXOResponse& response) {
     report.considered = discovery.opaque32;
     report.madeAtUs = discovery.opaque64;
     for (uint32_t i = 0; i < discovery.measurements.count; ++i) {
-      report.heard.push_back(Copy(*discovery.measurements[i]));
+      report.heard.push_back(Copy(*discovery.measurements[i], report.madeAtUs));
     }
   } else {
     const auto& ranging = static_cast<zv_loc_fw::VEXORangingScanResponse&>(response);

@@ -24,7 +24,7 @@ inline constexpr int32_t kSignalUnknown = std::numeric_limits<int32_t>::min();
 // The values that every measurement carries beside its BSSID, SSID and elements.
 struct ScanValues {
   uint64_t timestampUs = 0;            // Timestamp field of the beacon or probe response (9.4.1.10); 0 if unknown
-  uint32_t ageMs = 0;                  // from the moment it was taken to the moment it was reported
+  uint32_t takenAtMs = 0;              // when it was taken: milliseconds of CLOCK_BOOTTIME modulo 2^32
   uint32_t frequencyMhz = 0;           // centre of the primary channel; 0 if unknown
   int32_t signalMbm = kSignalUnknown;  // 1/100 dBm
   uint16_t beaconIntervalTu = 0;       // time units of 1024 us (9.4.1.3)
@@ -35,7 +35,7 @@ struct ScanValues {
 template <typename Measurement>
 void StoreScanValues(const ScanValues& values, Measurement& measurement) {
   measurement.valueF8 = values.timestampUs;
-  measurement.valueF0 = values.ageMs;
+  measurement.valueF0 = values.takenAtMs;
   measurement.value10 = values.frequencyMhz;
   measurement.valueA0 = static_cast<uint32_t>(values.signalMbm);
   measurement.valueA4 = values.beaconIntervalTu;
@@ -47,12 +47,18 @@ template <typename Record>
 ScanValues LoadScanValues(const Record& record) {
   ScanValues values;
   values.timestampUs = record.scanValue08;
-  values.ageMs = record.scanValue10;
+  values.takenAtMs = record.scanValue10;
   values.frequencyMhz = record.scanValue14;
   values.signalMbm = static_cast<int32_t>(record.scanValue18);
   values.beaconIntervalTu = record.scanValue38;
   values.capability = record.scanValue3A;
   return values;
+}
+
+// How old a measurement was at `nowUs`, microseconds of CLOCK_BOOTTIME; at most 24 days, and 0 when it was taken later.
+inline uint32_t AgeMs(const ScanValues& values, uint64_t nowUs) {
+  const auto age = static_cast<int32_t>(static_cast<uint32_t>(nowUs / 1'000) - values.takenAtMs);
+  return age > 0 ? static_cast<uint32_t>(age) : 0;
 }
 
 }  // namespace wifi
