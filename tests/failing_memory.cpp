@@ -7,11 +7,13 @@
 namespace {
 
 thread_local bool memoryFails = false;
+thread_local int allocations = 0;
 thread_local int allocationsLeft = 0;
 thread_local int failuresLeft = 0;
 
 bool ThisOneFails() {
   if (!memoryFails) return false;
+  ++allocations;
   if (allocationsLeft > 0) {
     --allocationsLeft;
     return false;
@@ -48,11 +50,13 @@ void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
 namespace scripted {
 
 FailingMemory::FailingMemory(int skip, int failures) {
+  allocations = 0;
   allocationsLeft = skip;
   failuresLeft = failures;
   memoryFails = true;
 }
 FailingMemory::~FailingMemory() { memoryFails = false; }
+int FailingMemory::Allocations() const { return allocations; }
 
 FailingMemory::Exempt::Exempt() : failing(std::exchange(memoryFails, false)) {}
 FailingMemory::Exempt::~Exempt() { memoryFails = failing; }

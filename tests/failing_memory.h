@@ -16,6 +16,9 @@ class FailingMemory {
   FailingMemory& operator=(const FailingMemory&) = delete;
   ~FailingMemory();
 
+  // How many there were so far, those that failed included.
+  int Allocations() const;
+
   // For what a test itself allocates meanwhile: does not fail and is not counted.
   class Exempt {
    public:
@@ -27,6 +30,11 @@ class FailingMemory {
    private:
     bool failing;
   };
+};
+
+// Counts the calling thread's allocations, none of which fails.
+struct CountedMemory : FailingMemory {
+  CountedMemory() : FailingMemory(0, 0) {}
 };
 
 }  // namespace scripted

@@ -57,6 +57,7 @@ int32_t Callback::Invoke(void* context, uint32_t op, ObjectArg* args, uint32_t c
     ++(op == OBJECT_OP_RETAIN ? self.retains : self.releases);
     return OBJECT_ERROR;
   }
+  const FailingMemory::Exempt exempt;
   self.op = op;
   self.counts = counts;
   self.buffers.clear();
@@ -147,11 +148,12 @@ std::string Where(const vector<VEXOChannelInfo>& channels) {
   return text;
 }
 
-template <typename... Values>
-VEXODiscoveryScanRequest* Make(unsigned int id, std::string call, Values... values) {
+template <typename Place, typename... Values>
+VEXODiscoveryScanRequest* Make(unsigned int id, const char* kind, const Place& place, Values... values) {
+  const FailingMemory::Exempt exempt;
   scripted::Library& library = scripted::TheLibrary();
+  std::string& call = library.factoryCalls.emplace_back(kind + Where(place));
   ((call += " " + std::to_string(values)), ...);
-  library.factoryCalls.push_back(std::move(call));
   if (library.factoryFails) return nullptr;
   ++library.liveRequests;
   return new scripted::DiscoveryRequest(id);
@@ -165,25 +167,25 @@ using Request = VEXODiscoveryScanRequest;
 // The calls are noted as "KIND WHERE" and the remaining arguments in their order.
 Request* Request::createFreshScanRequest(unsigned id, eBand band, eScanType type, unsigned age, long timeout,
                                          eRequestMode mode, bool fresh) {
-  return Make(id, "fresh " + Where(band), type, age, timeout, mode, fresh);
+  return Make(id, "fresh ", band, type, age, timeout, mode, fresh);
 }
 Request* Request::createFreshScanRequest(unsigned id, Channels& channels, eScanType type, unsigned age, long timeout,
                                          eRequestMode mode, bool fresh) {
-  return Make(id, "fresh " + Where(channels), type, age, timeout, mode, fresh);
+  return Make(id, "fresh ", channels, type, age, timeout, mode, fresh);
 }
 Request* Request::createCacheOnlyRequest(unsigned id, eBand band, unsigned age, long timeout, bool cache) {
-  return Make(id, "cache " + Where(band), age, timeout, cache);
+  return Make(id, "cache ", band, age, timeout, cache);
 }
 Request* Request::createCacheOnlyRequest(unsigned id, Channels& channels, unsigned age, long timeout, bool cache) {
-  return Make(id, "cache " + Where(channels), age, timeout, cache);
+  return Make(id, "cache ", channels, age, timeout, cache);
 }
 Request* Request::createCacheFallbackRequest(unsigned id, eBand band, eScanType type, unsigned age, unsigned fallback,
                                              long timeout, bool cache, bool fresh) {
-  return Make(id, "fallback " + Where(band), type, age, fallback, timeout, cache, fresh);
+  return Make(id, "fallback ", band, type, age, fallback, timeout, cache, fresh);
 }
 Request* Request::createCacheFallbackRequest(unsigned id, Channels& channels, eScanType type, unsigned age,
                                              unsigned fallback, long timeout, bool cache, bool fresh) {
-  return Make(id, "fallback " + Where(channels), type, age, fallback, timeout, cache, fresh);
+  return Make(id, "fallback ", channels, type, age, fallback, timeout, cache, fresh);
 }
 
 }  // namespace zv_loc_fw

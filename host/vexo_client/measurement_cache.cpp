@@ -7,8 +7,8 @@ namespace vexo_host {
 
 void MeasurementCache::Insert(const BssList& measurements) {
   const kesd::MutexLock lock(mutex);
-  if (measurements == nullptr || measurements == lastInserted) return;
-  lastInserted = nullptr;
+  if (measurements == nullptr || measurements == lastInserted.lock()) return;
+  lastInserted.reset();
   for (const BssPointer& measurement : *measurements) {
     const auto [known, isNew] = entries.insert(measurement);
     if (isNew || (*known)->takenAt > measurement->takenAt) continue;

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <set>
 #include <vector>
 
@@ -41,7 +42,7 @@ class MeasurementCache {
   const size_t capacity;
   kesd::Mutex mutex;
   std::set<BssPointer, ByIdentity> entries KESD_GUARDED_BY(mutex);
-  BssList lastInserted KESD_GUARDED_BY(mutex);
+  std::weak_ptr<const std::vector<BssPointer>> lastInserted KESD_GUARDED_BY(mutex);
 };
 
 }  // namespace vexo_host

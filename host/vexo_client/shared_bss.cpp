@@ -23,6 +23,7 @@ std::size_t CountElements(const std::vector<uint8_t>& elements) {
 }  // namespace
 
 SharedBss::SharedBss(Bss&& heard) : Bss(std::move(heard)) {
+  elements.shrink_to_fit();  // it is kept for long
   const std::size_t count = CountElements(elements);
   elementObjects.reserve(count);  // their addresses stay
   elementPointers.reserve(count);

@@ -1,0 +1,191 @@
+// How often the daemon asks for memory on each of its roads, and what for.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <vector>
+
+#include "dispatcher/vexo_dispatcher.h"
+#include "ipc/services.h"
+#include "marshal/records.h"
+#include "service/root_object.h"
+#include "tests/scripted_platform.h"
+#include "tests/test_measurements.h"
+
+namespace {
+
+using scripted::TheLibrary;
+using Bytes = std::vector<uint8_t>;
+
+int CountAllocations(const std::function<void()>& road) {
+  const scripted::CountedMemory memory;
+  road();
+  return memory.Allocations();
+}
+
+// The service's object; opening it needs no memory.
+Object Open(uint32_t serviceId) {
+  ObjectArg args[2] = {scripted::InputBuffer(&serviceId, sizeof(serviceId)), {}};
+  const Object root = RootObject();
+  EXPECT_EQ(CountAllocations([&] { root.invoke(root.context, ROOT_OP_OPEN, args, kRootOpenCounts); }), 0);
+  return args[1].object;
+}
+
+struct Operation {
+  uint32_t serviceId;
+  uint32_t code;
+  ArgCounts counts;
+};
+constexpr Operation kDiscovery = {SERVICE_ID_DISCOVERY_SCAN, kStartDiscoveryScan, kStartDiscoveryScanCounts};
+constexpr Operation kRanging = {SERVICE_ID_RANGING_SCAN, kStartRangingScan, kStartRangingScanCounts};
+constexpr Operation kPeriodicRanging = {SERVICE_ID_RANGING_SCAN, kStartPeriodicRangingScan, kStartRangingScanCounts};
+
+// A client's request, each step of which answers how many allocations it took.
+class Request {
+ public:
+  int Start(const Operation& operation, const std::vector<Bytes>& buffers) {
+    std::vector<ObjectArg> args;
+    for (const Bytes& buffer : buffers) args.push_back(scripted::InputBuffer(buffer.data(), buffer.size()));
+    args.push_back({.object = callback.AsObject()});
+    args.push_back({.object = {nullptr, nullptr}});
+    const Object service = Open(operation.serviceId);
+    const int allocations = CountAllocations(
+        [&] { result = service.invoke(service.context, operation.code, args.data(), operation.counts); });
+    handle = args.back().object;
+    return allocations;
+  }
+  int Answer(zv_loc_fw::VEXOResponse& response) {
+    return CountAllocations([&] { TheLibrary().listener->responseReceived(&response); });
+  }
+  int LetGo() {
+    return CountAllocations([&] { ObjectRelease(handle); });
+  }
+
+  scripted::Callback callback;
+  int32_t result = OBJECT_ERROR;
+
+ private:
+  Object handle = {nullptr, nullptr};
+};
+
+Bytes Mode(uint8_t mode) {
+  Bytes params(kDiscoveryScanParamsSize);
+  params[offsetof(DiscoveryScanParams, mode)] = mode;
+  return params;
+}
+
+class Allocations : public testing::Test {
+ protected:
+  void SetUp() override {
+    TheLibrary().Reset();
+    Request first;  // makes the dispatcher, and its table's array, which is kept
+    first.Start(kDiscovery, {Mode(0), {}, {}, {}});
+    first.LetGo();
+  }
+};
+
+TEST_F(Allocations, OfARequestAreItsEntryItsHandleItsListsAndWhatTheLibraryCopies) {
+  const Bytes kChannel(4), kSsid(36), kAddress(8), kNode(52), kPeriodicNode(64), kTs(8);
+  const struct {
+    const char* name;
+    Operation operation;
+    std::vector<Bytes> buffers;
+    int allocations;
+  } kCases[] = {
+      // The entry in the table and the handle: the one can outlive the other.
+      {"fresh", kDiscovery, {Mode(0), {}, {}, {}}, 2},
+      {"fresh, the other kind", kDiscovery, {Mode(1), {}, {}, {}}, 2},
+      {"cache only", kDiscovery, {Mode(2), {}, {}, {}}, 2},
+      {"cache with fallback", kDiscovery, {Mode(3), {}, {}, {}}, 2},
+      // And the list's block, for 64 entries; a second one, twice as large, for more.
+      {"a channel", kDiscovery, {Mode(0), kChannel, {}, {}}, 2 + 1},
+      {"64 channels", kDiscovery, {Mode(0), Bytes(64 * 4), {}, {}}, 2 + 1},
+      {"65 channels", kDiscovery, {Mode(0), Bytes(65 * 4), {}, {}}, 2 + 2},
+      // And the list's copy in the library's request, which the library may keep.
+      {"an SSID", kDiscovery, {Mode(0), {}, kSsid, {}}, 2 + 2},
+      {"an address", kDiscovery, {Mode(0), {}, {}, kAddress}, 2 + 2},
+      {"one of each", kDiscovery, {Mode(0), kChannel, kSsid, kAddress}, 2 + 1 + 2 + 2},
+      // And the library's request itself, which the service makes here.
+      {"ranging, no node", kRanging, {{}, kTs}, 3},
+      {"periodic ranging, no node", kPeriodicRanging, {{}, kTs}, 3},
+      {"ranging, a node", kRanging, {kNode, kTs}, 3 + 2},
+      {"periodic ranging, a node", kPeriodicRanging, {kPeriodicNode, kTs}, 3 + 2},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    Request request;
+    EXPECT_EQ(request.Start(c.operation, c.buffers), c.allocations);
+    ASSERT_EQ(request.result, OBJECT_OK);
+    EXPECT_EQ(request.LetGo(), 0) << "an abort needs no memory";
+    EXPECT_EQ(request.callback.releases, 1);
+  }
+}
+
+TEST_F(Allocations, OfARequestThatIsRefusedAreThoseUpToItsRefusal) {
+  Request malformed, unknown, refused;
+  EXPECT_EQ(malformed.Start({SERVICE_ID_DISCOVERY_SCAN, 1, kStartDiscoveryScanCounts}, {Mode(0), {}, {}, {}}), 0);
+  EXPECT_EQ(unknown.Start(kDiscovery, {Mode(4), {}, {}, {}}), 0);
+  TheLibrary().sendResult = -1;
+  EXPECT_EQ(refused.Start(kDiscovery, {Mode(0), {}, {}, {}}), 2) << "obtained before the library is asked";
+}
+
+// `Kind`s of measurement, each with an info record, two addresses where it has any, and `octets` in its byte list.
+template <typename Kind>
+struct Measurements {
+  Measurements(uint32_t count, int octets) {
+    for (uint32_t i = 0; i < count; ++i) {
+      auto& measurement = all.emplace_back();
+      measurement.AddInfos(1, 0);
+      for (int j = 0; j < octets; ++j) measurement.byteList.push_back(0);
+      if constexpr (requires { measurement.macList; }) {
+        for (int j = 0; j < 2; ++j) measurement.macList.push_back({});
+      }
+    }
+  }
+  template <typename Response>
+  void AppendTo(Response& response) {
+    for (auto& measurement : all) response.measurements.push_back(&measurement);
+  }
+  std::deque<scripted::Measurement<Kind>> all;
+};
+
+TEST_F(Allocations, OfAResultAreTheBlocksOfItsArrays) {
+  const struct {
+    const char* name;
+    uint32_t measurements;
+    int octets;  // of each
+    int discovery, ranging;
+  } kCases[] = {
+      {"nothing", 0, 0, 0, 0},
+      // A block of 64 for each array that is not empty, the addresses' being the fourth.
+      {"one", 1, 1, 3, 4},
+      {"no octets", 20, 0, 2, 3},
+      // The octets begin with a block of 64, too, and have 4,096 after 7; how many there will be, nothing tells.
+      {"20", 20, 200, 2 + 7, 3 + 7},
+      // 128 records and infos, the second block each; 256 addresses, the third; 16,384 octets, the ninth.
+      {"80", 80, 200, 2 + 2 + 9, 2 + 2 + 3 + 9},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    Request discovery, ranging;
+    ASSERT_EQ(discovery.Start(kDiscovery, {Mode(0), {}, {}, {}}), 2);
+    Measurements<zv_loc_fw::VEXOFullBeaconScanMeasurement> beacons(c.measurements, c.octets);
+    zv_loc_fw::VEXODiscoveryScanResponse found(VexoDispatcher::Get().requestIdCounter);
+    beacons.AppendTo(found);
+    EXPECT_EQ(discovery.Answer(found), c.discovery);
+    EXPECT_EQ(discovery.callback.deliveries, 1);
+    EXPECT_EQ(discovery.Answer(found), 0) << "nobody waits for it any more";
+    EXPECT_EQ(discovery.LetGo(), 0);
+
+    ASSERT_EQ(ranging.Start(kRanging, {{}, Bytes(8)}), 3);
+    Measurements<zv_loc_fw::VEXORangingScanMeasurement> ranged(c.measurements, c.octets);
+    zv_loc_fw::VEXORangingScanResponse distances(VexoDispatcher::Get().requestIdCounter);
+    ranged.AppendTo(distances);
+    EXPECT_EQ(ranging.Answer(distances), c.ranging);
+    EXPECT_EQ(ranging.callback.deliveries, 1);
+    EXPECT_EQ(ranging.LetGo(), 0);
+  }
+}
+
+}  // namespace
