@@ -54,9 +54,11 @@ std::unique_ptr<Load> PutLoad(const std::string& path, std::size_t connections, 
 Contender IpcAlone();
 
 // The same messages over a bare socket: answered by the connection's one thread, or with the result handed over to
-// one second thread that sends it and waits for its answer.
+// one second thread that sends it and waits for its answer; the threads wake one another by condition variables, or by
+// the daemon's own events.
 Contender PlainFloor();
 Contender HandOverFloor();
+Contender EventFloor();
 
 // What else could carry them; only those whose libraries were found when the benchmark was built.
 std::span<const Contender> Peers();

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "bench/contender.h"
+#include "host/event/event.h"
 #include "host/fenksocket/unique_fd.h"
 #include "host/fenksocket/wire.h"
 
@@ -145,12 +146,34 @@ void ServePlain(const std::string& path, const Payload& payload) {
   });
 }
 
+// How threads usually wait for one another; Event is the daemon's way.
+class ConditionVariable {
+ public:
+  void Set() {
+    const std::lock_guard lock(mutex);
+    set = true;
+    changed.notify_one();
+  }
+  void Wait() {
+    std::unique_lock lock(mutex);
+    changed.wait(lock, [this] { return set; });
+    set = false;
+  }
+
+ private:
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool set = false;
+};
+
 // The one thread that sends results.
+template <typename Signal>
 class Reporter {
  public:
   struct Result {
+    explicit Result(Stream& connection) : stream(connection) {}
     Stream& stream;
-    bool answered = false;
+    Signal answered;
   };
 
   explicit Reporter(const MessageSizes& messageSizes) : sizes(messageSizes) {
@@ -158,53 +181,52 @@ class Reporter {
   }
 
   void Report(Result& result) {
-    const std::lock_guard lock(mutex);
-    results.push_back(&result);
-    changed.notify_one();
-  }
-  void Answered(Result& result) {
-    const std::lock_guard lock(mutex);
-    result.answered = true;
-    changed.notify_one();
+    {
+      const std::lock_guard lock(mutex);
+      results.push_back(&result);
+    }
+    given.Set();
   }
 
  private:
   void Run() {
     for (;;) {
-      Result* result;
-      {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [this] { return !results.empty(); });
-        result = results.front();
-        results.pop_front();
-      }
+      Result* const result = Next();
       result->stream.Send(sizes.result);
-      {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [result] { return result->answered; });
-      }
+      result->answered.Wait();
       result->stream.Send(sizes.release);
+    }
+  }
+
+  Result* Next() {
+    for (;; given.Wait()) {
+      const std::lock_guard lock(mutex);
+      if (results.empty()) continue;
+      Result* const result = results.front();
+      results.pop_front();
+      return result;
     }
   }
 
   const MessageSizes& sizes;
   std::mutex mutex;
-  std::condition_variable changed;
+  Signal given;
   std::deque<Result*> results;
 };
 
+template <typename Signal>
 void ServeHandOver(const std::string& path, const Payload& payload) {
   const MessageSizes sizes(payload);
-  Reporter reporter(sizes);
+  Reporter<Signal> reporter(sizes);
   Listen(path, [&](int fd) {
     Stream stream(fd, sizes.result);
     while (stream.Receive(sizes.request)) {
       stream.Send(sizes.handle);
       // The client gives its handle back only after it has got what the reporter sends last.
-      Reporter::Result result{stream};
+      typename Reporter<Signal>::Result result{stream};
       reporter.Report(result);
-      if (!stream.Receive(sizes.answer)) return;
-      reporter.Answered(result);
+      if (!stream.Receive(sizes.answer)) throw std::runtime_error("a client left in the middle of a request");
+      result.answered.Set();
       if (!stream.Receive(sizes.release)) return;
     }
   });
@@ -213,6 +235,7 @@ void ServeHandOver(const std::string& path, const Payload& payload) {
 }  // namespace
 
 Contender PlainFloor() { return {"plain floor", ServePlain, Connect}; }
-Contender HandOverFloor() { return {"hand-over floor", ServeHandOver, Connect}; }
+Contender HandOverFloor() { return {"hand-over floor", ServeHandOver<ConditionVariable>, Connect}; }
+Contender EventFloor() { return {"hand-over floor, by events", ServeHandOver<Event>, Connect}; }
 
 }  // namespace bench

@@ -64,6 +64,7 @@ void Serve(const std::string& path, const Payload& payload) {
   const fenk::UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof(address.sun_path)) throw std::runtime_error("the socket's path is too long");
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
   if (bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
     throw std::runtime_error("cannot bind " + path);

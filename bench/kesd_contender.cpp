@@ -20,6 +20,7 @@ namespace {
 
 constexpr uint32_t kFreshScan = 0, kCacheOnly = 2;  // DiscoveryScanParams::mode
 constexpr uint32_t kAllBands = 2;
+constexpr int64_t kLongerThanAnyRun = 3'600'000;  // milliseconds
 
 // The callback of one request after the other.
 class Callback {
@@ -77,6 +78,7 @@ class KesdClient final : public ClientEnd {
     DiscoveryScanParams params{};
     params.mode = mode;
     params.band = kAllBands;
+    params.timeout = kLongerThanAnyRun;
     ObjectArg args[6] = {kes::InputBuffer(&params, sizeof params), {}, {}, {}, {}, {}};
     args[4].object = callback.Lend();
     const int32_t code =

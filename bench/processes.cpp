@@ -104,6 +104,8 @@ Server::Server(const Contender& contender, const Payload& payload, std::optional
   };
   while (!answers()) {
     if (!Runs(id) || steady_clock::now() > deadline) {
+      kill(id, SIGKILL);  // or nobody: it has not been waited for by anyone else
+      std::filesystem::remove_all(directory);
       throw std::runtime_error(std::string("the server does not start: ") + contender.name);
     }
     std::this_thread::sleep_for(milliseconds(2));
@@ -112,9 +114,15 @@ Server::Server(const Contender& contender, const Payload& payload, std::optional
 
 Server::~Server() {
   kill(id, SIGTERM);
-  for (int i = 0; i < 500 && Runs(id); ++i) std::this_thread::sleep_for(milliseconds(10));
-  kill(id, SIGKILL);
-  waitpid(id, nullptr, 0);
+  bool runs = Runs(id);
+  for (int i = 0; i < 500 && runs; ++i) {
+    std::this_thread::sleep_for(milliseconds(10));
+    runs = Runs(id);
+  }
+  if (runs) {
+    kill(id, SIGKILL);
+    waitpid(id, nullptr, 0);
+  }
   std::error_code ignored;
   std::filesystem::remove_all(directory, ignored);
 }

@@ -6,11 +6,18 @@
 #include "host/fenksocket/session.h"
 
 namespace fenk {
+namespace {
+
+constexpr uint64_t kNoLimit = uint64_t{1} << 62;
+constexpr UserLimits kNoUserLimits{kNoLimit, kNoLimit, kNoLimit, kNoLimit, kNoLimit};
+
+}  // namespace
 
 std::shared_ptr<Connection> Connection::Create(UniqueFd socket, const Limits& limits, Object root,
-                                               std::function<void()> unsent) {
+                                               std::function<void()> unsent, std::shared_ptr<UserBudget> user) {
   try {
-    auto session = std::make_shared<Session>(std::move(socket), limits, root, std::move(unsent));
+    if (user == nullptr) user = std::make_shared<UserBudget>(kNoUserLimits);
+    auto session = std::make_shared<Session>(std::move(socket), limits, root, std::move(unsent), std::move(user));
     std::shared_ptr<Connection> connection(new Connection(session));
     session->Begin();
     return connection;
@@ -36,6 +43,6 @@ void Connection::Drain() { session->Drain(); }
 
 ConnectionEnd Connection::End() const { return session->HowEnded(); }
 
-void Connection::Flush() { session->FlushReleases(); }
+void Connection::Flush() { session->Flush(); }
 
 }  // namespace fenk

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 
+#include "host/fenksocket/budget.h"
 #include "host/fenksocket/unique_fd.h"
 #include "ipc/object.h"
 
@@ -27,11 +28,12 @@ inline constexpr int32_t kErrorLimit = -3;
 // What one end admits. A peer that exceeds a limit is disconnected, or its invocation refused where the format can
 // say so; docs/wire-protocol.md states which.
 struct Limits {
-  uint32_t maxFrameBytes;                    // length of one frame from the peer
-  uint32_t maxExportedObjects;               // references to this end's objects that the peer may hold
-  uint32_t maxImportedObjects;               // references to the peer's objects that this end accepts
-  uint32_t maxNestedCalls;                   // invocations within invocations
-  std::chrono::milliseconds answerDeadline;  // for the peer to take a frame and to answer an invocation
+  uint32_t maxFrameBytes;       // length of one frame from the peer
+  uint32_t maxExportedObjects;  // references to this end's objects that the peer may hold
+  uint32_t maxImportedObjects;  // references to the peer's objects that this end accepts
+  uint32_t maxNestedCalls;      // invocations within invocations
+  // For the peer to take a frame, to answer an invocation, to send the rest of a frame, and to say HELLO.
+  std::chrono::milliseconds answerDeadline;
 };
 
 enum class WaitResult {
@@ -46,7 +48,7 @@ enum class EndKind {
   kClosedHere,    // by Close or Drain
   kClosedByPeer,  // orderly or not
   kViolation,     // the peer broke the protocol or exceeded a limit
-  kDeadline,      // the peer did not take a frame or did not answer in time
+  kDeadline,      // the peer did not take a frame, did not answer or did not send in time
   kFailure        // this end ran out of memory
 };
 
@@ -65,9 +67,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // A last release must tell the peer, and the socket may be full. With `unsent` it never waits: `unsent` is called
   // (on any thread, no lock held) when something had to stay, and whoever made the connection calls Flush once the
   // socket is writable. Without it, the release waits for the peer, for the answer deadline at most.
+  // `user`: what it shares with the user's other connections; null is without such limits.
   // Null when memory ran out.
   static std::shared_ptr<Connection> Create(UniqueFd socket, const Limits& limits, Object root,
-                                            std::function<void()> unsent = nullptr);
+                                            std::function<void()> unsent = nullptr,
+                                            std::shared_ptr<UserBudget> user = nullptr);
 
   // A stand-in for the peer's root object, with one reference that belongs to the caller. {nullptr, nullptr} when
   // memory ran out.
@@ -76,6 +80,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // Reads frames and serves them on the calling thread (or lets the thread that already does so do it) until `done`
   // holds, the deadline passes, `wakeFd` is readable or the connection ends. `done` is called with no lock held
   // after each frame that this end has served; it may be called on any thread that serves. A negative `wakeFd` is none.
+  // Throws std::bad_alloc, but not on the first thread that waits.
   WaitResult ServeUntil(const std::function<bool()>& done, std::optional<Clock::time_point> deadline, int wakeFd);
 
   // Ends the connection: every invocation that waits on it fails, and everything the peer held is released, once.

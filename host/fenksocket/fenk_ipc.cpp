@@ -1,6 +1,9 @@
 // The library's two entry points.
 #include "platform/fenk_ipc.h"
 
+#include <sys/resource.h>
+
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <new>
@@ -16,6 +19,16 @@ struct Kept {
 };
 std::atomic<Kept*> services = nullptr;
 
+// Each connection has a descriptor, and the usual limit is lower than what the service admits.
+void RaiseDescriptorLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  const rlim_t wanted = fenk::kMaxConnections + 64;
+  if (limit.rlim_cur == RLIM_INFINITY || limit.rlim_cur >= wanted) return;
+  limit.rlim_cur = limit.rlim_max == RLIM_INFINITY ? wanted : std::min<rlim_t>(wanted, limit.rlim_max);
+  (void)setrlimit(RLIMIT_NOFILE, &limit);  // with less, connections wait until there are descriptors
+}
+
 }  // namespace
 
 void* FenkIPC_startServiceOnSocket(int32_t fd, Object root) {
@@ -23,6 +36,7 @@ void* FenkIPC_startServiceOnSocket(int32_t fd, Object root) {
   options.watchSignals = true;
   const auto kept = new (std::nothrow) Kept{nullptr, nullptr};
   if (kept == nullptr) return nullptr;
+  RaiseDescriptorLimit();
   kept->service = fenk::Service::Start(fd, root, options);
   if (!kept->service) {
     delete kept;

@@ -32,13 +32,14 @@ Inbox::Status Inbox::Next(Frame& frame, std::optional<std::chrono::steady_clock:
         wrong = "frame header that is none";
         return Status::kMalformed;
       }
-      if (header.length > maxFrameBytes) {
+      if (header.length > options.maxFrameBytes) {
         wrong = "frame longer than the limit";
         return Status::kMalformed;
       }
       if (Available() >= header.length) {
         frame = {header.type, {chunk->memory.get() + begin, header.length}, chunk};
         begin += header.length;
+        due.reset();
         return Status::kFrame;
       }
       needed = header.length;
@@ -54,28 +55,39 @@ Inbox::Status Inbox::Next(Frame& frame, std::optional<std::chrono::steady_clock:
         }
       }
     }
-    MakeRoom(needed);
-    const Status status = Fill(deadline, wakeFd);
+    if (!MakeRoom(needed)) {
+      wrong = "more bytes of long frames than its user may have in work";
+      return Status::kMalformed;
+    }
+    if (!due && Available() != 0) due = std::chrono::steady_clock::now() + options.patience;
+    const bool rushed = due && (!deadline || *due < *deadline);
+    const Status status = Fill(rushed ? due : deadline, wakeFd);
+    if (status == Status::kTimedOut && rushed) return Status::kStalled;
     if (status != Status::kFrame) return status;
   }
 }
 
 bool Inbox::HoldsIdleLargeChunk() const { return chunk && chunk->capacity > kChunkBytes && Available() == 0; }
 
-void Inbox::MakeRoom(std::size_t frameBytes) {
+// False when the budget does not admit it.
+bool Inbox::MakeRoom(std::size_t frameBytes) {
   // Only this thread hands frames out, so nobody can begin to use the chunk meanwhile.
   const bool unused = chunk && chunk.use_count() == 1;
   if (unused && Available() == 0) begin = end = 0;
-  if (chunk && end < chunk->capacity && chunk->capacity - begin >= frameBytes) return;
+  if (chunk && end < chunk->capacity && chunk->capacity - begin >= frameBytes) return true;
   if (unused && chunk->capacity >= frameBytes) {
     std::memmove(chunk->memory.get(), chunk->memory.get() + begin, Available());
   } else {
-    auto larger = std::make_shared<Chunk>(std::max(frameBytes, kChunkBytes));
+    const std::size_t bytes = std::max(frameBytes, kChunkBytes);
+    const std::size_t counted = bytes > kChunkBytes ? bytes : 0;
+    auto larger = std::make_shared<Chunk>(bytes, budget, counted);
+    if (counted != 0 && !larger->share.IsTaken()) return false;
     if (Available() != 0) std::memcpy(larger->memory.get(), chunk->memory.get() + begin, Available());
     chunk = std::move(larger);
   }
   end = Available();
   begin = 0;
+  return true;
 }
 
 Inbox::Status Inbox::Fill(std::optional<std::chrono::steady_clock::time_point> deadline, int wakeFd) {
@@ -104,7 +116,7 @@ Inbox::Status Inbox::Fill(std::optional<std::chrono::steady_clock::time_point> d
 
 // Whether a blocking read returns before `deadline` in any case.
 bool Inbox::EndsBefore(std::chrono::steady_clock::time_point deadline) const {
-  return readTimeout.count() != 0 && deadline - std::chrono::steady_clock::now() > readTimeout;
+  return options.readTimeout.count() != 0 && deadline - std::chrono::steady_clock::now() > options.readTimeout;
 }
 
 Inbox::Status Inbox::AwaitInput(std::optional<std::chrono::steady_clock::time_point> deadline, int wakeFd) const {

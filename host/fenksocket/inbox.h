@@ -9,11 +9,15 @@
 #include <optional>
 #include <span>
 
+#include "host/fenksocket/budget.h"
+
 namespace fenk {
 
 // Memory that frames lie in; a frame in use keeps its own.
 struct Chunk {
-  explicit Chunk(std::size_t bytes) : memory(std::make_unique_for_overwrite<std::byte[]>(bytes)), capacity(bytes) {}
+  Chunk(std::size_t bytes, Budget& budget, std::size_t bytesOfBudget)
+      : share(budget, bytesOfBudget), memory(std::make_unique_for_overwrite<std::byte[]>(bytes)), capacity(bytes) {}
+  const BudgetShare share;
   const std::unique_ptr<std::byte[]> memory;
   const std::size_t capacity;
 };
@@ -33,12 +37,21 @@ class Inbox {
     kTimedOut,
     kWoken,      // the wake descriptor became readable
     kEnd,        // the peer, or this end, has shut the stream down
+    kStalled,    // the peer did not send the rest of a frame, or its first one, in time
     kMalformed,  // Wrong() says how
   };
 
-  // `socketReadTimeout`: how long a read of the socket blocks at most (SO_RCVTIMEO); 0 is for ever.
-  Inbox(int socket, uint32_t maximumFrameBytes, std::chrono::milliseconds socketReadTimeout)
-      : fd(socket), maxFrameBytes(maximumFrameBytes), readTimeout(socketReadTimeout) {}
+  struct Options {
+    uint32_t maxFrameBytes;
+    std::chrono::milliseconds readTimeout;  // how long a read of the socket blocks at most (SO_RCVTIMEO); 0 is for ever
+    std::chrono::milliseconds patience;     // with the rest of a frame, and from now on with the first one
+  };
+  // Memory for long frames is taken of `frameBytes`.
+  Inbox(int socket, const Options& someOptions, Budget& frameBytes)
+      : fd(socket),
+        options(someOptions),
+        budget(frameBytes),
+        due(std::chrono::steady_clock::now() + someOptions.patience) {}
 
   // A negative `wakeFd` is none.
   Status Next(Frame& frame, std::optional<std::chrono::steady_clock::time_point> deadline, int wakeFd);
@@ -47,14 +60,15 @@ class Inbox {
  private:
   std::size_t Available() const { return end - begin; }
   bool HoldsIdleLargeChunk() const;
-  void MakeRoom(std::size_t frameBytes);
+  bool MakeRoom(std::size_t frameBytes);
   Status Fill(std::optional<std::chrono::steady_clock::time_point> deadline, int wakeFd);
   bool EndsBefore(std::chrono::steady_clock::time_point deadline) const;
   Status AwaitInput(std::optional<std::chrono::steady_clock::time_point> deadline, int wakeFd) const;
 
   const int fd;
-  const uint32_t maxFrameBytes;
-  const std::chrono::milliseconds readTimeout;
+  const Options options;
+  Budget& budget;
+  std::optional<std::chrono::steady_clock::time_point> due;  // of the frame that has begun
   const char* wrong = nullptr;
   std::shared_ptr<Chunk> chunk;
   std::size_t begin = 0;  // in `chunk`: what was received and not handed out lies from here

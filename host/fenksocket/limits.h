@@ -35,7 +35,20 @@ inline constexpr Limits kClientLimits = {
 };
 
 // Connections of one service. Each has a thread and a descriptor.
-inline constexpr unsigned kMaxConnections = 1024;
+inline constexpr unsigned kMaxConnections = 4096;
+
+// A quarter of what there is in all, where there is such a number: connections, and requests that the location client
+// library takes. Nobody needs as many; everybody else has three quarters left when somebody does.
+inline constexpr UserLimits kUserLimits = {
+    .connections = kMaxConnections / 4,
+    // Handles that were forgotten on 4 connections.
+    .exportedObjects = 4 * kServerLimits.maxExportedObjects,
+    .importedObjects = 16384,
+    // Each holds one of the library's 256 reporting threads.
+    .calls = 128,
+    // 64 of the longest.
+    .frameBytes = 64u << 20,
+};
 
 // How long peers may take to take their last replies when the service ends. init kills a service that lingers.
 inline constexpr std::chrono::milliseconds kDrainTime{500};

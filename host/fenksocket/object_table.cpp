@@ -7,12 +7,13 @@ namespace fenk {
 
 uint64_t ObjectTable::Add(const Object& object) {
   const kesd::MutexLock lock(mutex);
-  if (closed || objects.size() >= maxObjects) return 0;
+  if (closed || objects.size() >= maxObjects || !shared.Take(1)) return 0;
   const uint64_t id = lastId + 1;
   try {
     objects.try_emplace(id).first->second = std::make_shared<const LocalReference>(object);
   } catch (const std::bad_alloc&) {
     objects.erase(id);
+    shared.Give(1);
     return 0;
   }
   return lastId = id;
@@ -30,6 +31,7 @@ std::shared_ptr<const LocalReference> ObjectTable::Remove(uint64_t id) {
   if (found == objects.end()) return nullptr;
   std::shared_ptr<const LocalReference> removed = std::move(found->second);
   objects.erase(found);
+  shared.Give(1);
   return removed;
 }
 
@@ -39,6 +41,7 @@ void ObjectTable::Close() {
     const kesd::MutexLock lock(mutex);
     closed = true;
     dropped.swap(objects);
+    shared.Give(dropped.size());
   }
 }
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <unordered_map>
 
+#include "host/fenksocket/budget.h"
 #include "ipc/object.h"
 #include "support/mutex.h"
 
@@ -26,7 +27,9 @@ class LocalReference {
 // are never called with the lock held: what the methods return drops its reference where the caller lets go of it.
 class ObjectTable {
  public:
-  explicit ObjectTable(std::size_t maximumObjects) : maxObjects(maximumObjects) {}
+  // Each reference also takes one of `sharedBudget`.
+  ObjectTable(std::size_t maximumObjects, Budget& sharedBudget) : maxObjects(maximumObjects), shared(sharedBudget) {}
+  ~ObjectTable() { Close(); }
 
   // Takes over one reference of `object`. 0, and nothing is taken over, at the limit, out of memory, or when closed.
   uint64_t Add(const Object& object) KESD_EXCLUDES(mutex);
@@ -39,6 +42,7 @@ class ObjectTable {
 
  private:
   const std::size_t maxObjects;
+  Budget& shared;
   kesd::Mutex mutex;
   std::unordered_map<uint64_t, std::shared_ptr<const LocalReference>> objects KESD_GUARDED_BY(mutex);
   uint64_t lastId KESD_GUARDED_BY(mutex) = 0;

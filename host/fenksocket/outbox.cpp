@@ -55,11 +55,25 @@ void Outbox::Flush() {
   EndTurn();
 }
 
+bool Outbox::IsWriting() {
+  const kesd::MutexLock lock(mutex);
+  return writing;
+}
+
+void Outbox::Settle(std::chrono::steady_clock::time_point deadline) {
+  {
+    const kesd::MutexLock lock(mutex);
+    if (TakeTurn(deadline) != Result::kSent) return;
+  }
+  EndTurn();
+}
+
 void Outbox::Close() {
   std::unique_ptr<Receipt> dropped;
   {
     const kesd::MutexLock lock(mutex);
     closed = true;
+    framesSize = 0;
     last = nullptr;
     dropped = std::move(receipts);
     turn.NotifyAll();
@@ -68,9 +82,11 @@ void Outbox::Close() {
 }
 
 Outbox::Result Outbox::TakeTurn(Deadline deadline) {
-  while (writing && !closed) {
-    if (!turn.Wait(mutex, deadline) && writing && !closed) return Result::kTimedOut;
-  }
+  bool inTime = true;
+  ++waitingThreads;
+  while (inTime && writing && !closed) inTime = turn.Wait(mutex, deadline);
+  --waitingThreads;
+  if (writing && !closed) return Result::kTimedOut;
   if (closed) return Result::kClosed;
   writing = true;
   return Result::kSent;
@@ -93,7 +109,9 @@ bool Outbox::Queue(std::span<const iovec> frame) {
 void Outbox::EndTurn() {
   const Deadline deadline = onUnsent ? Deadline() : std::chrono::steady_clock::now() + patience;
   Result result = Result::kSent;
-  while (result == Result::kSent && NextBatch()) result = WriteBatch(deadline);
+  for (bool sentOne = false; result == Result::kSent && NextBatch(sentOne); sentOne = true) {
+    result = WriteBatch(deadline);
+  }
   if (result == Result::kClosed) Close();
   if (result == Result::kSent) return;
   {
@@ -105,10 +123,16 @@ void Outbox::EndTurn() {
   if (onUnsent) onUnsent();
 }
 
-// Moves what is queued into `batch`. When there is nothing to send, false, and the turn is given up.
-bool Outbox::NextBatch() {
+// Moves what is queued into `batch`. When there is nothing to send, or a thread waits that can go on with it, false,
+// and the turn is given up.
+bool Outbox::NextBatch(bool sentOne) {
   const kesd::MutexLock lock(mutex);
   if (!closed && batchBegin != batchEnd) return true;
+  if (sentOne && waitingThreads != 0) {
+    writing = false;
+    turn.NotifyOne();
+    return false;
+  }
   std::copy_n(frames.begin(), framesSize, batch.begin());
   std::array<uint64_t, kIdsPerFrame> ids;
   std::size_t count = 0;

@@ -48,6 +48,12 @@ class Outbox {
   // Sends what is queued, as far as the socket takes it.
   void Flush() KESD_EXCLUDES(mutex);
 
+  // Whether a thread is sending.
+  bool IsWriting() KESD_EXCLUDES(mutex);
+
+  // Waits for the thread that is sending, and sends what is queued.
+  void Settle(std::chrono::steady_clock::time_point deadline) KESD_EXCLUDES(mutex);
+
   // Nothing is sent from now on; threads that wait here return. The socket must have been shut down.
   void Close() KESD_EXCLUDES(mutex);
 
@@ -59,7 +65,7 @@ class Outbox {
   bool Queue(std::span<const iovec> frame) KESD_REQUIRES(mutex);
   void EndTurn() KESD_EXCLUDES(mutex);
   // These are the turn's.
-  bool NextBatch() KESD_EXCLUDES(mutex);
+  bool NextBatch(bool sentOne) KESD_EXCLUDES(mutex);
   Result WriteBatch(Deadline deadline);
   Result Write(std::span<iovec> parts, std::size_t& written, Deadline deadline) const;
 
@@ -73,7 +79,8 @@ class Outbox {
 
   kesd::Mutex mutex;
   kesd::Condition turn;
-  bool writing KESD_GUARDED_BY(mutex) = false;  // a thread has the turn
+  bool writing KESD_GUARDED_BY(mutex) = false;         // a thread has the turn
+  uint32_t waitingThreads KESD_GUARDED_BY(mutex) = 0;  // for the turn
   bool closed KESD_GUARDED_BY(mutex) = false;
   // The queue: frames, and the receipts that go behind them.
   std::array<std::byte, kQueueBytes> frames KESD_GUARDED_BY(mutex);

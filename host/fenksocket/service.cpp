@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <optional>
@@ -260,27 +261,44 @@ bool Service::HasRoom() {
     const kesd::MutexLock lock(mutex);
     if (peers.size() < options.maxConnections) return true;
   }
+  LogRefusal("", options.maxConnections);
+  return false;
+}
+
+void Service::LogRefusal(const char* who, unsigned open) {
   ++refusals;
   const Clock::time_point now = Clock::now();
-  if (!nextRefusalLog || now >= *nextRefusalLog) {
-    log_warning(kTag, "connection refused: %u are open (%u refused)", options.maxConnections,
-                std::exchange(refusals, 0));
-    nextRefusalLog = now + kRefusalLogInterval;
-  }
-  return false;
+  if (nextRefusalLog && now < *nextRefusalLog) return;
+  log_warning(kTag, "connection refused: %s%u are open (%u refused)", who, open, std::exchange(refusals, 0));
+  nextRefusalLog = now + kRefusalLogInterval;
+}
+
+std::shared_ptr<UserBudget> Service::BudgetOf(uid_t user) {
+  std::erase_if(users, [](const auto& entry) { return entry.second.expired(); });
+  std::shared_ptr<UserBudget> budget = users[user].lock();
+  if (budget == nullptr) users[user] = budget = std::make_shared<UserBudget>(options.user);
+  return budget;
 }
 
 void Service::AddPeer(UniqueFd socket) {
   const int fd = socket.Get();
-  Peer peer{this, ++lastNumber, {}, nullptr, {}};
+  Peer peer{this, ++lastNumber, {}, nullptr, nullptr, nullptr, {}};
   socklen_t length = sizeof(peer.credentials);
-  // For the log alone, in which nobody is taken for root for want of an answer.
+  // Nobody is taken for root for want of an answer.
   peer.credentials = {-1, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
   (void)getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer.credentials, &length);
   const ucred credentials = peer.credentials;
+  peer.user = BudgetOf(credentials.uid);
+  if (!peer.user->connections.Take(1)) {
+    char who[32];
+    std::snprintf(who, sizeof(who), "of user %u, ", credentials.uid);
+    return LogRefusal(who, static_cast<unsigned>(options.user.connections));
+  }
+  peer.place.reset(&peer.user->connections);
   peer.connection = Connection::Create(
       std::move(socket), options.limits, root,
-      [pollerForIt = poller, fd, number = peer.number] { pollerForIt->Watch(fd, number, EPOLLOUT | EPOLLONESHOT); });
+      [pollerForIt = poller, fd, number = peer.number] { pollerForIt->Watch(fd, number, EPOLLOUT | EPOLLONESHOT); },
+      peer.user);
   if (!peer.connection) throw std::bad_alloc();
   log_debug(kTag, "connection %llu: pid %d, uid %u, gid %u", Printable(peer.number), credentials.pid, credentials.uid,
             credentials.gid);
@@ -323,6 +341,7 @@ void Service::Finish(Peer& peer) {
   {
     const kesd::MutexLock lock(mutex);
     peer.connection.reset();  // `connection` is left
+    peer.place.reset();
     finished.insert(peers.extract(peer.number));
     peerFinished.NotifyAll();
   }

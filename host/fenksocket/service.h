@@ -23,6 +23,7 @@ namespace fenk {
 struct ServiceOptions {
   Limits limits = kServerLimits;
   unsigned maxConnections = kMaxConnections;
+  UserLimits user = kUserLimits;
   std::chrono::milliseconds drainTime = kDrainTime;
   // End at SIGTERM and SIGINT. They are blocked in the starting thread, and so in the threads that it makes from then
   // on, and stay so: a second one does not cut the orderly end short.
@@ -47,10 +48,15 @@ class Service {
   ~Service();  // Stop and Join
 
  private:
+  struct GiveBackOne {
+    void operator()(Budget* budget) const { budget->Give(1); }
+  };
   struct Peer {
     Service* service;
     uint64_t number;
     ucred credentials;
+    std::shared_ptr<UserBudget> user;
+    std::unique_ptr<Budget, GiveBackOne> place;  // of the user's connections
     std::shared_ptr<Connection> connection;
     pthread_t thread;
   };
@@ -72,6 +78,8 @@ class Service {
   void Accept();
   int AcceptOne();
   bool HasRoom() KESD_EXCLUDES(mutex);
+  std::shared_ptr<UserBudget> BudgetOf(uid_t user);
+  void LogRefusal(const char* who, unsigned open);
   void AddPeer(UniqueFd socket) KESD_EXCLUDES(mutex);
   void FlushPeer(uint64_t number) KESD_EXCLUDES(mutex);
   void JoinFinished() KESD_EXCLUDES(mutex);
@@ -94,6 +102,7 @@ class Service {
   uint64_t lastNumber;
   std::optional<Clock::time_point> nextRefusalLog;
   unsigned refusals = 0;  // not logged yet
+  std::map<uid_t, std::weak_ptr<UserBudget>> users;
 
   kesd::Mutex mutex;
   kesd::Condition peerFinished;

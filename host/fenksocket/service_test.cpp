@@ -326,6 +326,59 @@ TEST_F(ServiceTest, DisconnectsAPeerThatDoesNotAnswerOrReadWhileOthersGoOn) {
   ExpectServes(bystander);
 }
 
+TEST_F(ServiceTest, DisconnectsAPeerThatBeginsAndDoesNotGoOn) {
+  Start(std::chrono::milliseconds(200));
+  const RawPeer bystander = Greet();
+  const std::string invocation = StartRequest(1, 1).data;
+  size_t count = 0;
+  for (const std::string& beginning :
+       {std::string(), Hello().data.substr(0, 31), Hello().data + "x", Hello().data + invocation.substr(0, 16),
+        Hello().data + invocation.substr(0, 63)}) {
+    const RawPeer peer = Connect();
+    Bytes bytes;
+    bytes.data = beginning;
+    ASSERT_TRUE(peer.Send(bytes));
+    EXPECT_TRUE(peer.AwaitEnd());
+    EXPECT_TRUE(AwaitLines("did not send a whole frame in time", ++count));
+  }
+  ExpectServes(bystander);  // which has said nothing for longer than that
+}
+
+TEST_F(ServiceTest, BoundsWhatTheConnectionsOfAUserHaveTogether) {
+  options.user = {.connections = 3, .exportedObjects = 4, .importedObjects = 3, .calls = 1, .frameBytes = 50'000};
+  Start();
+  const RawPeer one = Greet(), other = Greet();
+  const auto start = [](const RawPeer& peer, uint64_t serial) {
+    EXPECT_TRUE(peer.Send(StartRequest(serial, serial)));
+    RawFrame frame = peer.Receive();
+    while (frame.type == 4) frame = peer.Receive();  // a callback is given back
+    return static_cast<int32_t>(frame.U32(0));
+  };
+  EXPECT_EQ(start(one, 1), OBJECT_OK);
+  std::thread delivering([&] { EXPECT_EQ(requests.DeliverAll(), 1); });
+  const RawFrame delivery = one.Receive();
+  EXPECT_EQ(start(other, 2), OBJECT_OK);
+  EXPECT_EQ(start(other, 3), OBJECT_OK);
+  EXPECT_EQ(start(other, 4), kErrorLimit) << "a fourth callback";
+  EXPECT_EQ(requests.DeliverAll(), 2);
+  EXPECT_EQ(requests.results.Get(), (std::vector{kErrorLimit, kErrorLimit})) << "one delivery waits for its answer";
+  ASSERT_TRUE(one.Send(Reply(delivery.serial, 0)));
+  delivering.join();
+  EXPECT_EQ(start(other, 5), OBJECT_OK) << "callbacks were given back";
+  EXPECT_EQ(start(other, 6), kErrorLimit) << "a fifth handle";
+
+  {
+    const RawPeer third = Greet();
+    EXPECT_TRUE(Connect().AwaitEnd());
+    EXPECT_EQ(CountLines("connection refused: of user "), 1u);
+    ASSERT_TRUE(one.Send(Header(64 << 10, 2, 7)));
+    EXPECT_TRUE(one.AwaitEnd());
+    EXPECT_EQ(CountLines("more bytes of long frames than its user may have in work"), 1u);
+  }
+  // What the one held is given back with its end, soon after the stream's.
+  while (start(other, 7) != OBJECT_OK) std::this_thread::yield();
+}
+
 TEST_F(ServiceTest, SendsReleasesOnceAFullSocketIsReadAgain) {
   // More releases than a socket holds, and no thread that waits for it.
   constexpr uint64_t kCallbacks = 1000;

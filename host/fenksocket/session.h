@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "host/event/event.h"
+#include "host/fenksocket/budget.h"
 #include "host/fenksocket/connection.h"
 #include "host/fenksocket/inbox.h"
 #include "host/fenksocket/object_table.h"
@@ -32,7 +33,8 @@ namespace fenk {
 // and runs within it only what the peer marked as nested: the rest is deferred until the running invocation is over.
 class Session : public std::enable_shared_from_this<Session> {
  public:
-  Session(UniqueFd connectedSocket, const Limits& peerLimits, Object servedRoot, std::function<void()> onUnsent);
+  Session(UniqueFd connectedSocket, const Limits& peerLimits, Object servedRoot, std::function<void()> onUnsent,
+          std::shared_ptr<UserBudget> userBudget);
 
   // Sends the HELLO. The first thing to be done.
   void Begin();
@@ -45,7 +47,7 @@ class Session : public std::enable_shared_from_this<Session> {
   // The first call decides how the connection ended.
   void End(EndKind kind, const char* what) KESD_EXCLUDES(mutex);
   ConnectionEnd HowEnded() KESD_EXCLUDES(mutex);
-  void FlushReleases() { outbox.Flush(); }
+  void Flush() { outbox.Flush(); }
 
  private:
   // For a thread that waits for something. While another one reads, it sleeps until it is signalled. Belongs to the
@@ -150,6 +152,8 @@ class Session : public std::enable_shared_from_this<Session> {
   // session_objects.cpp: references, as they come and go.
   Object MakeStandIn(std::unique_ptr<Receipt> receipt);
   Object Import(uint64_t id);
+  bool TakeImport();
+  void GiveImport();
   bool IsOwnStandIn(const Object& object) const;
   const char* Receive(std::span<const wire::ObjectReference> references, ReceivedObjects& received);
 
@@ -170,11 +174,12 @@ class Session : public std::enable_shared_from_this<Session> {
   const UniqueFd socket;
   const Limits limits;
   const Object root;
+  const std::shared_ptr<UserBudget> user;
   Outbox outbox;
   Inbox inbox;           // the reader's own
   bool greeted = false;  // the reader's own: the peer's HELLO has come
   ObjectTable exports;
-  std::atomic<uint32_t> imports = 0;
+  Budget imports;
   std::atomic<uint64_t> lastSerial = 0;
   std::atomic<uint32_t> peerMaxFrameBytes;  // no limit is known until the peer's HELLO has come
 
@@ -182,13 +187,13 @@ class Session : public std::enable_shared_from_this<Session> {
   std::atomic<bool> over = false;   // draining or ended
   std::atomic<uint32_t> depth = 0;  // invocations that run, each within the one before
   std::atomic<std::size_t> deferredCount = 0;
-  std::atomic<uint32_t> frameWatchers = 0;  // waiters, but for the reader, that are to be signalled after each frame
 
   kesd::Mutex mutex;
   std::optional<std::thread::id> reader KESD_GUARDED_BY(mutex);
   std::list<Waiter> waiters KESD_GUARDED_BY(mutex);  // as many as ever waited at once
   Waiter* spareWaiters KESD_GUARDED_BY(mutex) = nullptr;
-  Waiter* waiting KESD_GUARDED_BY(mutex) = nullptr;  // all but the reader
+  Waiter* waiting KESD_GUARDED_BY(mutex) = nullptr;
+  uint32_t frameWatchers KESD_GUARDED_BY(mutex) = 0;  // of them, but for the reader, those for every frame
   std::vector<Call*> calls KESD_GUARDED_BY(mutex);
   std::deque<std::unique_ptr<Incoming>> deferred KESD_GUARDED_BY(mutex);  // until no invocation runs
   bool draining KESD_GUARDED_BY(mutex) = false;

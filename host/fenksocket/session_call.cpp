@@ -18,7 +18,7 @@ int32_t Session::InvokeStandIn(void* context, uint32_t op, ObjectArg* args, uint
     if (standIn->references.fetch_sub(1, std::memory_order_acq_rel) != 1) return OBJECT_OK;
     const std::unique_ptr<StandIn> last(standIn);
     if (last->receipt) {
-      last->session->imports.fetch_sub(1);
+      last->session->GiveImport();
       last->session->outbox.GiveBack(std::move(last->receipt));
     }
     return OBJECT_OK;
@@ -37,6 +37,8 @@ int32_t Session::CallPeer(uint64_t target, uint32_t op, ObjectArg* args, uint32_
   const std::span inputObjects(outputBuffers.data() + outputBuffers.size(), wire::InputObjects(counts));
   const std::span outputObjects(inputObjects.data() + inputObjects.size(), wire::OutputObjects(counts));
   for (ObjectArg& arg : outputObjects) arg.object = {nullptr, nullptr};
+  const BudgetShare place(user->calls, 1);
+  if (!place.IsTaken()) return kErrorLimit;
   const WaiterLease lease(*this);
   Call call{.serial = lastSerial.fetch_add(1) + 1, .counts = counts, .args = args, .waiter = lease.Get()};
   const Clock::time_point deadline = Clock::now() + limits.answerDeadline;

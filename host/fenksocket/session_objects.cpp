@@ -56,18 +56,29 @@ Object Session::PeerRoot() {
   }
 }
 
+bool Session::TakeImport() {
+  if (!imports.Take(1)) return false;
+  if (user->importedObjects.Take(1)) return true;
+  imports.Give(1);
+  return false;
+}
+
+void Session::GiveImport() {
+  imports.Give(1);
+  user->importedObjects.Give(1);
+}
+
 // A stand-in for a reference that came. Null at the limit; then the reference has been given back.
 Object Session::Import(uint64_t id) {
   auto receipt = std::make_unique<Receipt>(id);
-  if (imports.fetch_add(1) >= limits.maxImportedObjects) {
-    imports.fetch_sub(1);
+  if (!TakeImport()) {
     outbox.GiveBack(std::move(receipt));
     return {nullptr, nullptr};
   }
   try {
     return MakeStandIn(std::move(receipt));
   } catch (const std::bad_alloc&) {
-    imports.fetch_sub(1);
+    GiveImport();
     throw;
   }
 }

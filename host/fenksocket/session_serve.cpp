@@ -44,8 +44,8 @@ void Session::ServeFrame(const Frame& frame) {
     wrong = "frame of unknown type";
   }
   if (wrong != nullptr) End(EndKind::kViolation, wrong);
-  if (frameWatchers == 0) return;
   const kesd::MutexLock lock(mutex);
+  if (frameWatchers == 0) return;
   for (Waiter* waiter = waiting; waiter != nullptr; waiter = waiter->next) {
     if (waiter->everyFrame) Signal(*waiter);
   }
@@ -151,6 +151,7 @@ void Session::Answer(Incoming& incoming) {
     --depth;
     if (!draining || depth != 0) return;
   }
+  outbox.Settle(Clock::now() + limits.answerDeadline);  // the reply may be queued
   End(EndKind::kClosedHere, "closed here");
 }
 

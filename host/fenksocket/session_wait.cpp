@@ -26,14 +26,23 @@ std::chrono::milliseconds BoundReads(int socket, std::chrono::milliseconds answe
 
 }  // namespace
 
-Session::Session(UniqueFd connectedSocket, const Limits& peerLimits, Object servedRoot, std::function<void()> onUnsent)
+Session::Session(UniqueFd connectedSocket, const Limits& peerLimits, Object servedRoot, std::function<void()> onUnsent,
+                 std::shared_ptr<UserBudget> userBudget)
     : socket(std::move(connectedSocket)),
       limits(peerLimits),
       root(servedRoot),
+      user(std::move(userBudget)),
       outbox(socket.Get(), peerLimits.answerDeadline, std::move(onUnsent)),
-      inbox(socket.Get(), peerLimits.maxFrameBytes, BoundReads(socket.Get(), peerLimits.answerDeadline)),
-      exports(peerLimits.maxExportedObjects),
-      peerMaxFrameBytes(std::numeric_limits<uint32_t>::max()) {}
+      inbox(socket.Get(),
+            {.maxFrameBytes = peerLimits.maxFrameBytes,
+             .readTimeout = BoundReads(socket.Get(), peerLimits.answerDeadline),
+             .patience = peerLimits.answerDeadline},
+            user->frameBytes),
+      exports(peerLimits.maxExportedObjects, user->exportedObjects),
+      imports(peerLimits.maxImportedObjects),
+      peerMaxFrameBytes(std::numeric_limits<uint32_t>::max()) {
+  spareWaiters = &waiters.emplace_back();  // so that the first to serve needs no memory
+}
 
 void Session::Begin() {
   wire::FrameBuilder hello(wire::kHello, 0);
@@ -79,7 +88,8 @@ void Session::Drain() {
       return;
     }
   }
-  End(EndKind::kClosedHere, "closed here");
+  // A reply may be queued behind what is being sent; whoever drains closes what does not come to its end.
+  if (!outbox.IsWriting()) End(EndKind::kClosedHere, "closed here");
 }
 
 void Session::End(EndKind kind, const char* what) {
@@ -106,8 +116,9 @@ ConnectionEnd Session::HowEnded() {
 
 void Session::FailCalls() {
   for (Call* call : calls) {
-    call->done = true;
-    Signal(call->waiter);
+    Waiter& waiter = call->waiter;
+    call->done = true;  // from here on it is its caller's alone
+    Signal(waiter);
   }
   calls.clear();
 }
@@ -172,6 +183,9 @@ WaitResult Session::ReadAndServe(std::optional<Clock::time_point> deadline, int 
         return WaitResult::kTimedOut;
       case Inbox::Status::kWoken:
         return WaitResult::kWoken;
+      case Inbox::Status::kStalled:
+        End(EndKind::kDeadline, "did not send a whole frame in time");
+        break;
       case Inbox::Status::kMalformed:
         End(EndKind::kViolation, inbox.Wrong());
         break;

@@ -107,19 +107,18 @@ void Scheduler::Stop() {
     for (Worker* worker = idle; worker != nullptr; worker = worker->next) worker->wake.Set();
   }
   if (watch.joinable()) watch.join();
-  // From here on nobody makes another.
-  std::list<Task> handedOver;
-  std::list<std::thread> threads;
+  // From here on nobody makes another. They stay, for the sake of those that are about to wake one.
+  std::list<Worker> ended;
   {
     const kesd::MutexLock lock(mutex);
-    for (Worker& worker : workers) {
-      handedOver.push_back(std::exchange(worker.task, nullptr));
-      threads.push_back(std::move(worker.thread));
-    }
+    ended.swap(workers);
   }
-  for (std::thread& thread : threads) {
-    if (thread.joinable()) thread.join();
+  for (Worker& worker : ended) {
+    if (worker.thread.joinable()) worker.thread.join();
+    worker.task = nullptr;
   }
+  const kesd::MutexLock lock(mutex);
+  workers.swap(ended);
 }
 
 uint32_t Scheduler::ThreadCount() {

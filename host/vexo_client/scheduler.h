@@ -17,7 +17,7 @@
 
 namespace vexo_host {
 
-// Tasks start in the order in which they fall due. A task may block for as long as it likes: the others go on, each on
+// Tasks that wait for a thread start in the order in which they fell due. A task may block for as long as it likes: the others go on, each on
 // another thread, until the limit is reached. Any thread may call any method, tasks included, but for Start and Stop.
 //
 // Handing a task over wakes one thread, which runs it, and no other: one thread of its own watches the clock, and it is
@@ -56,7 +56,7 @@ class Scheduler {
   // Runs the task as soon as a thread can. False when it cannot be kept; then it never runs.
   [[nodiscard]] bool Now(Task task) noexcept KESD_EXCLUDES(mutex);
 
-  // Forgets the task, unless it has run or is running.
+  // Forgets the task, unless it has run, is running or was handed to a thread.
   void Cancel(const TaskId& id) KESD_EXCLUDES(mutex);
 
   // Waits for the tasks that run and forgets the others; none runs afterwards. Not to be called from a task.
