@@ -17,8 +17,9 @@
 
 namespace vexo_host {
 
-// Tasks that wait for a thread start in the order in which they fell due. A task may block for as long as it likes: the others go on, each on
-// another thread, until the limit is reached. Any thread may call any method, tasks included, but for Start and Stop.
+// Tasks that wait for a thread start in the order in which they fell due. A task may block for as long as it likes: the
+// others go on, each on another thread, until the limit is reached. Any thread may call any method, tasks included, but
+// for Start and Stop.
 //
 // Handing a task over wakes one thread, which runs it, and no other: one thread of its own watches the clock, and it is
 // not woken for a task that falls due later than what it waits for already.
