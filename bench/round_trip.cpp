@@ -178,6 +178,7 @@ void CompareSystemCalls(const Effort& effort) {
   std::printf("\n### System calls of the server, a request, one client\n\n");
   std::printf("| | 0 access points | 20 | 1,000 |\n|---|---|---|---|\n");
   std::vector<Payload> payloads;
+  payloads.reserve(std::size(kSizes));
   for (const std::size_t size : kSizes) payloads.push_back(PayloadOf(Scene(size)));
   for (const Contender& contender : Everybody()) {
     std::printf("| %s |", contender.name);

@@ -42,7 +42,7 @@ inline constexpr unsigned kMaxConnections = 4096;
 inline constexpr UserLimits kUserLimits = {
     .connections = kMaxConnections / 4,
     // Handles that were forgotten on 4 connections.
-    .exportedObjects = 4 * kServerLimits.maxExportedObjects,
+    .exportedObjects = uint64_t{4} * kServerLimits.maxExportedObjects,
     .importedObjects = 16384,
     // Each holds one of the library's 256 reporting threads.
     .calls = 128,

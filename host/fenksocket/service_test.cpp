@@ -301,7 +301,7 @@ TEST_F(ServiceTest, DisconnectsThePeerThatAnswersWrongly) {
 }
 
 TEST_F(ServiceTest, DisconnectsAPeerThatDoesNotAnswerOrReadWhileOthersGoOn) {
-  Start(std::chrono::milliseconds(200));
+  Start(std::chrono::milliseconds(500));
   const RawPeer bystander = Greet();
   const RawPeer silent = Greet();
   ASSERT_TRUE(silent.Send(StartRequest(1, 1)));
@@ -327,7 +327,7 @@ TEST_F(ServiceTest, DisconnectsAPeerThatDoesNotAnswerOrReadWhileOthersGoOn) {
 }
 
 TEST_F(ServiceTest, DisconnectsAPeerThatBeginsAndDoesNotGoOn) {
-  Start(std::chrono::milliseconds(200));
+  Start(std::chrono::milliseconds(500));
   const RawPeer bystander = Greet();
   const std::string invocation = StartRequest(1, 1).data;
   size_t count = 0;
