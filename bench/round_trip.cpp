@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -177,9 +178,8 @@ void CompareThroughput(const Effort& effort) {
 void CompareSystemCalls(const Effort& effort) {
   std::printf("\n### System calls of the server, a request, one client\n\n");
   std::printf("| | 0 access points | 20 | 1,000 |\n|---|---|---|---|\n");
-  std::vector<Payload> payloads;
-  payloads.reserve(std::size(kSizes));
-  for (const std::size_t size : kSizes) payloads.push_back(PayloadOf(Scene(size)));
+  std::array<Payload, std::size(kSizes)> payloads;
+  for (std::size_t i = 0; i < payloads.size(); ++i) payloads[i] = PayloadOf(Scene(kSizes[i]));
   for (const Contender& contender : Everybody()) {
     std::printf("| %s |", contender.name);
     for (std::size_t i = 0; i < std::size(kSizes); ++i) {
