@@ -219,9 +219,9 @@ void MeasureMemory(const Effort& effort) {
     for (const uint64_t upTo : {uint64_t{10'000}, size == 0 ? effort.longRun : uint64_t{10'000}}) {
       if (done == upTo) continue;
       {
-        std::vector<std::unique_ptr<ClientProcess>> clients;
-        for (int i = 0; i < 8; ++i) {
-          clients.push_back(std::make_unique<ClientProcess>(bench::Kesd(), server.Path(), Payload{}, bench::kAnyCpu));
+        std::array<std::unique_ptr<ClientProcess>, 8> clients;
+        for (auto& client : clients) {
+          client = std::make_unique<ClientProcess>(bench::Kesd(), server.Path(), Payload{}, bench::kAnyCpu);
         }
         for (const auto& client : clients) client->StartRequests((upTo - done) / clients.size());
         for (const auto& client : clients) client->Finish();
