@@ -179,7 +179,8 @@ void CompareSystemCalls(const Effort& effort) {
   std::printf("\n### System calls of the server, a request, one client\n\n");
   std::printf("| | 0 access points | 20 | 1,000 |\n|---|---|---|---|\n");
   std::array<Payload, std::size(kSizes)> payloads{};
-  for (std::size_t i = 0; i < payloads.size(); ++i) payloads[i] = PayloadOf(Scene(kSizes[i]));
+  std::transform(std::begin(kSizes), std::end(kSizes), payloads.begin(),
+                 [](std::size_t size) { return PayloadOf(Scene(size)); });
   for (const Contender& contender : Everybody()) {
     std::printf("| %s |", contender.name);
     for (std::size_t i = 0; i < std::size(kSizes); ++i) {
