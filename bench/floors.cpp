@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "bench/contender.h"
+#include "bench/unix_address.h"
 #include "host/event/event.h"
 #include "host/fenksocket/unique_fd.h"
 #include "host/fenksocket/wire.h"
@@ -22,14 +23,6 @@ namespace bench {
 namespace {
 
 std::system_error SystemError(const char* what) { return {errno, std::generic_category(), what}; }
-
-sockaddr_un AddressOf(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof(address.sun_path)) throw std::runtime_error("the socket's path is too long");
-  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  return address;
-}
 
 // What the daemon's frames come to.
 struct MessageSizes {

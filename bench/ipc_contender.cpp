@@ -5,11 +5,11 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstring>
 #include <stdexcept>
 #include <vector>
 
 #include "bench/contender.h"
+#include "bench/unix_address.h"
 #include "host/fenksocket/service.h"
 #include "host/fenksocket/unique_fd.h"
 #include "host/vexo_client/scheduler.h"
@@ -62,10 +62,7 @@ int32_t InvokeRoot(void* context, uint32_t op, ObjectArg* args, ArgCounts counts
 void Serve(const std::string& path, const Payload& payload) {
   Reporter reporter(payload);
   const fenk::UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof(address.sun_path)) throw std::runtime_error("the socket's path is too long");
-  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  const sockaddr_un address = AddressOf(path);
   if (bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
     throw std::runtime_error("cannot bind " + path);
   }

@@ -17,6 +17,7 @@
 #include <unordered_set>
 
 #include "bench/peers.h"
+#include "bench/unix_address.h"
 #include "host/fenksocket/unique_fd.h"
 
 namespace bench {
@@ -34,14 +35,6 @@ using Message = std::unique_ptr<sd_bus_message, decltype([](sd_bus_message* m) {
 // The library answers with a negative errno value; its handlers do so too.
 void Check(int result, const char* what) {
   if (result < 0) throw std::system_error(-result, std::generic_category(), what);
-}
-
-sockaddr_un AddressOf(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof(address.sun_path)) throw std::runtime_error("the socket's path is too long");
-  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  return address;
 }
 
 fenk::UniqueFd MakeSocket() {

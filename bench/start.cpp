@@ -26,6 +26,7 @@
 
 #include "bench/contender.h"
 #include "bench/system_calls.h"
+#include "bench/unix_address.h"
 #include "host/fenksocket/unique_fd.h"
 
 namespace {
@@ -75,17 +76,9 @@ class TemporaryDirectory {
 
 // The trivial server: takes one connection and answers one byte with another until the client leaves.
 
-sockaddr_un AddressOf(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof(address.sun_path)) throw std::runtime_error("the socket's path is too long");
-  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-  return address;
-}
-
 UniqueFd ListenAt(const std::string& path) {
   UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  const sockaddr_un address = AddressOf(path);
+  const sockaddr_un address = bench::AddressOf(path);
   if (bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) throw SystemError("bind");
   if (listen(socket.Get(), 1) != 0) throw SystemError("listen");
   return socket;
@@ -105,7 +98,7 @@ void ServeTrivially(const char* path) {
 class TrivialClient final : public ClientEnd {
  public:
   explicit TrivialClient(const std::string& path) : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    const sockaddr_un address = AddressOf(path);
+    const sockaddr_un address = bench::AddressOf(path);
     if (connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
       throw SystemError("connect");
     }
