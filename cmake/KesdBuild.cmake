@@ -27,6 +27,7 @@ if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
   add_compile_options(-Wthread-safety)
 endif()
 include_directories(${PROJECT_SOURCE_DIR})
+include(Hardening)
 
 find_package(Threads REQUIRED)
 

@@ -200,17 +200,19 @@ void* Service::RunAcceptor(void* service) {
 }
 
 void Service::Accept() {
-  std::optional<Clock::time_point> resume;  // accepting rests until then
-  bool starved = false;                     // since the last connection that was accepted
+  bool resting = false;  // from accepting, until the time below
+  Clock::time_point resume;
+  bool starved = false;  // since the last connection that was accepted
   for (;;) {
     epoll_event events[16];
-    const int count = epoll_wait(poller->epoll.Get(), events, 16, PollTimeout(resume));
+    const int count =
+        epoll_wait(poller->epoll.Get(), events, 16, PollTimeout(resting ? std::optional(resume) : std::nullopt));
     if (count < 0 && errno != EINTR) {
       log_error(kTag, "cannot wait for connections: %s", strerrordesc_np(errno));
       return;
     }
-    if (resume && Clock::now() >= *resume) {
-      resume.reset();
+    if (resting && Clock::now() >= resume) {
+      resting = false;
       poller->Watch(listener, kListenerEvent, EPOLLIN);
     }
     for (int i = 0; i < count; ++i) {
@@ -235,6 +237,7 @@ void Service::Accept() {
         if (error == 0) starved = false;
         if (error == 0 || error == EAGAIN || error == EINTR || error == ECONNABORTED) continue;
         if (!std::exchange(starved, true)) log_error(kTag, "cannot accept: %s", strerrordesc_np(error));
+        resting = true;
         resume = Clock::now() + kStarvedPause;
         poller->Watch(listener, kListenerEvent, 0);
       } else {

@@ -9,10 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/process.h"
+#include "tests/startup/lines_of.h"
 
 namespace {
 
+using testing_process::LinesOf;
 using Names = std::set<std::string>;
 
 constexpr char kKesd[] = KESD_BINARY_DIR "/bin/kesd";
@@ -22,15 +23,6 @@ Names Without(const Names& all, const Names& removed) {
   Names rest;
   std::set_difference(all.begin(), all.end(), removed.begin(), removed.end(), std::inserter(rest, rest.end()));
   return rest;
-}
-
-std::vector<std::string> LinesOf(const std::vector<std::string>& command) {
-  const testing_process::Outcome outcome = testing_process::Run(command);
-  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
-  std::vector<std::string> lines;
-  std::istringstream text(outcome.out);
-  for (std::string line; std::getline(text, line);) lines.push_back(line);
-  return lines;
 }
 
 // The undefined dynamic symbols, without their versions.
