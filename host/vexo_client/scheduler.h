@@ -31,7 +31,7 @@ class Scheduler {
   struct TaskId {
     Clock::time_point due;
     uint64_t sequence;
-    auto operator<=>(const TaskId&) const = default;
+    bool operator<(const TaskId& other) const { return due != other.due ? due < other.due : sequence < other.sequence; }
   };
 
   struct Limits {
