@@ -1,0 +1,143 @@
+// What peers may have of a service, and how long they may take.
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/fenksocket/service_fixture.h"
+
+namespace fenk::test {
+
+TEST_F(ServiceTest, DisconnectsAPeerThatDoesNotAnswerOrReadWhileOthersGoOn) {
+  Start(std::chrono::milliseconds(500));
+  const RawPeer bystander = Greet();
+  const RawPeer silent = Greet();
+  ASSERT_TRUE(silent.Send(StartRequest(1, 1)));
+  ASSERT_EQ(silent.Receive().type, 3);
+  std::thread delivering([&] { EXPECT_EQ(requests.DeliverAll(), 1); });
+  EXPECT_EQ(silent.Receive().type, 2);
+  ExpectServes(bystander);
+  EXPECT_TRUE(silent.AwaitEnd());
+  delivering.join();
+  EXPECT_TRUE(AwaitLines("did not answer an invocation in time", 1));
+
+  const RawPeer full = Greet();
+  ASSERT_TRUE(full.Send(StartRequest(1, 1)));
+  ASSERT_EQ(full.Receive().type, 3);
+  delivering = std::thread([&] { EXPECT_EQ(requests.DeliverAll(4 << 20), 1); });
+  ExpectServes(bystander);
+  delivering.join();
+  EXPECT_TRUE(AwaitLines("did not take a frame in time", 1));
+  EXPECT_EQ(requests.results.Get(), (std::vector<int32_t>{kErrorTimedOut, kErrorTimedOut}));
+  EXPECT_TRUE(requests.handles.AwaitEqual(0));
+  EXPECT_EQ(CountLines("W fenksocket"), 2u);
+  ExpectServes(bystander);
+}
+
+TEST_F(ServiceTest, DisconnectsAPeerThatBeginsAndDoesNotGoOn) {
+  Start(std::chrono::milliseconds(500));
+  const RawPeer bystander = Greet();
+  const std::string invocation = StartRequest(1, 1).data;
+  size_t count = 0;
+  for (const std::string& beginning :
+       {std::string(), Hello().data.substr(0, 31), Hello().data + "x", Hello().data + invocation.substr(0, 16),
+        Hello().data + invocation.substr(0, 63)}) {
+    const RawPeer peer = Connect();
+    Bytes bytes;
+    bytes.data = beginning;
+    ASSERT_TRUE(peer.Send(bytes));
+    EXPECT_TRUE(peer.AwaitEnd());
+    EXPECT_TRUE(AwaitLines("did not send a whole frame in time", ++count));
+  }
+  ExpectServes(bystander);  // which has said nothing for longer than that
+}
+
+TEST_F(ServiceTest, BoundsWhatTheConnectionsOfAUserHaveTogether) {
+  options.user = {.connections = 3, .exportedObjects = 4, .importedObjects = 3, .calls = 1, .frameBytes = 50'000};
+  Start();
+  const RawPeer one = Greet(), other = Greet();
+  const auto start = [](const RawPeer& peer, uint64_t serial) {
+    EXPECT_TRUE(peer.Send(StartRequest(serial, serial)));
+    RawFrame frame = peer.Receive();
+    while (frame.type == 4) frame = peer.Receive();  // a callback is given back
+    return static_cast<int32_t>(frame.U32(0));
+  };
+  EXPECT_EQ(start(one, 1), OBJECT_OK);
+  std::thread delivering([&] { EXPECT_EQ(requests.DeliverAll(), 1); });
+  const RawFrame delivery = one.Receive();
+  EXPECT_EQ(start(other, 2), OBJECT_OK);
+  EXPECT_EQ(start(other, 3), OBJECT_OK);
+  EXPECT_EQ(start(other, 4), kErrorLimit) << "a fourth callback";
+  EXPECT_EQ(requests.DeliverAll(), 2);
+  EXPECT_EQ(requests.results.Get(), (std::vector{kErrorLimit, kErrorLimit})) << "one delivery waits for its answer";
+  ASSERT_TRUE(one.Send(Reply(delivery.serial, 0)));
+  delivering.join();
+  EXPECT_EQ(start(other, 5), OBJECT_OK) << "callbacks were given back";
+  EXPECT_EQ(start(other, 6), kErrorLimit) << "a fifth handle";
+
+  {
+    const RawPeer third = Greet();
+    EXPECT_TRUE(Connect().AwaitEnd());
+    EXPECT_EQ(CountLines("connection refused: of user "), 1u);
+    ASSERT_TRUE(one.Send(Header(64 << 10, 2, 7)));
+    EXPECT_TRUE(one.AwaitEnd());
+    EXPECT_TRUE(AwaitLines("more bytes of long frames than its user may have in work", 1));
+  }
+  // What the one held is given back with its end, soon after the stream's.
+  while (start(other, 7) != OBJECT_OK) std::this_thread::yield();
+}
+
+// Starts requests and gives their callbacks back: more releases than a socket holds, and no thread that waits for it.
+constexpr uint64_t kCallbacks = 1000;
+void FillWithReleases(const RawPeer& peer, Requests& requests) {
+  for (uint64_t id = 1; id <= kCallbacks; ++id) {
+    ASSERT_TRUE(peer.Send(StartRequest(id, id)));
+    ASSERT_EQ(peer.Receive().type, 3);
+  }
+  std::map<uint64_t, Object> callbacks;
+  requests.pending.Update([&](auto& pending) { callbacks.swap(pending); });
+  ASSERT_EQ(callbacks.size(), kCallbacks);
+  Watched<bool> returned;
+  std::thread releasing([&] {
+    for (const auto& [id, callback] : callbacks) ObjectRelease(callback);
+    returned.Update([](bool& b) { b = true; });
+  });
+  EXPECT_TRUE(returned.AwaitEqual(true));
+  releasing.join();
+}
+
+TEST_F(ServiceTest, SendsReleasesOnceAFullSocketIsReadAgain) {
+  Start();
+  const RawPeer peer = Greet();
+  FillWithReleases(peer, requests);
+  std::map<uint64_t, int> released;
+  std::size_t frames = 0;
+  while (released.size() < kCallbacks) {
+    const RawFrame frame = peer.Receive();
+    ASSERT_EQ(frame.type, 4);
+    ++frames;
+    for (std::size_t offset = 0; offset < frame.body.size(); offset += 8) ++released[frame.U64(offset)];
+  }
+  EXPECT_LT(frames, kCallbacks);  // those that had to wait went together
+  for (const auto& [id, times] : released) EXPECT_EQ(times, 1) << id;
+  ExpectServes(peer);
+}
+
+TEST_F(ServiceTest, TurnsConnectionsAwayBeyondTheLimitWithOneLine) {
+  options.maxConnections = 2;
+  Start();
+  RawPeer first = Greet();
+  const RawPeer second = Greet();
+  for (int i = 0; i < 5; ++i) EXPECT_TRUE(Connect().AwaitEnd());
+  EXPECT_EQ(CountLines("W fenksocket: connection refused"), 1u);
+  ExpectServes(second);
+  first.Close();
+  ASSERT_TRUE(AwaitLines("closed by the peer", 1));
+  // Its place is free as soon as its thread has said so, right after that line.
+  for (;;) {
+    const RawPeer again = Connect();
+    if (again.Send(Hello()) && again.Receive().type == 1) break;
+  }
+}
+
+}  // namespace fenk::test
