@@ -66,7 +66,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // not counted. An end that serves nothing passes {nullptr, nullptr}.
   // A last release must tell the peer, and the socket may be full. With `unsent` it never waits: `unsent` is called
   // (on any thread, no lock held) when something had to stay, and whoever made the connection calls Flush once the
-  // socket is writable. Without it, the release waits for the peer, for the answer deadline at most.
+  // socket is writable, and from time to time until then. Without it, the release waits for the peer, for the answer
+  // deadline at most.
   // `user`: what it shares with the user's other connections; null is without such limits.
   // Null when memory ran out.
   static std::shared_ptr<Connection> Create(UniqueFd socket, const Limits& limits, Object root,
@@ -94,7 +95,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   // How it ended, if it has.
   ConnectionEnd End() const;
 
-  // Sends what `unsent` announced, as far as the socket takes it. Never waits.
+  // Sends what `unsent` announced, as far as the socket takes it. Never waits. Ends the connection of a peer that has
+  // not taken it by the answer deadline.
   void Flush();
 
   // Closes the connection; what the peer gave lives on and answers kErrorDisconnected.

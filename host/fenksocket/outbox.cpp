@@ -12,20 +12,22 @@
 
 namespace fenk {
 
-Outbox::Outbox(int socket, std::chrono::milliseconds releasePatience, std::function<void()> unsent)
-    : fd(socket), patience(releasePatience), onUnsent(std::move(unsent)) {}
+Outbox::Outbox(int socket, std::chrono::milliseconds peerPatience, std::function<void()> unsent)
+    : fd(socket), patience(peerPatience), onUnsent(std::move(unsent)) {}
 
 Outbox::~Outbox() { Close(); }
 
 Outbox::Result Outbox::Send(std::span<iovec> frame, std::chrono::steady_clock::time_point deadline) {
   Result result = Result::kSent;
+  Deadline batchDeadline = deadline;
   {
     const kesd::MutexLock lock(mutex);
     if (Queue(frame)) return Result::kSent;
     result = TakeTurn(deadline);
     if (result != Result::kSent) return result;
+    if (due && *due < deadline) batchDeadline = due;
   }
-  result = WriteBatch(deadline);  // what is left of one that the socket took in part
+  result = WriteBatch(batchDeadline);  // what is left of one that the socket took in part
   std::size_t written = 0;
   if (result == Result::kSent) result = Write(frame, written, deadline);
   if (result != Result::kSent) Close();  // the stream may have ended within a frame
@@ -46,13 +48,15 @@ void Outbox::GiveBack(std::unique_ptr<Receipt> receipt) {
   EndTurn();
 }
 
-void Outbox::Flush() {
+bool Outbox::Flush() {
   {
     const kesd::MutexLock lock(mutex);
-    if (closed || writing) return;
+    if (closed || writing) return true;
     writing = true;
   }
   EndTurn();
+  const kesd::MutexLock lock(mutex);
+  return closed || writing || !due || std::chrono::steady_clock::now() < *due;
 }
 
 bool Outbox::IsWriting() {
@@ -119,6 +123,7 @@ void Outbox::EndTurn() {
     writing = false;
     turn.NotifyOne();
     if (closed) return;
+    if (!due) due = std::chrono::steady_clock::now() + patience;
   }
   if (onUnsent) onUnsent();
 }
@@ -128,6 +133,7 @@ void Outbox::EndTurn() {
 bool Outbox::NextBatch(bool sentOne) {
   const kesd::MutexLock lock(mutex);
   if (!closed && batchBegin != batchEnd) return true;
+  due.reset();
   if (sentOne && waitingThreads != 0) {
     writing = false;
     turn.NotifyOne();

@@ -32,9 +32,9 @@ class Outbox {
   enum class Result { kSent, kTimedOut, kClosed };
 
   // `unsent` is called, with no lock held, when something queued or the rest of it had to stay because the socket is
-  // full and no thread is left that waits for it: Flush is then due once the socket is writable. Without `unsent`,
-  // whoever sends the queue waits for the peer, up to `patience`.
-  Outbox(int socket, std::chrono::milliseconds releasePatience, std::function<void()> unsent);
+  // full and no thread is left that waits for it: Flush is then due once the socket is writable, and from time to time
+  // until it is. Without `unsent`, whoever sends the queue waits for the peer, up to `peerPatience`.
+  Outbox(int socket, std::chrono::milliseconds peerPatience, std::function<void()> unsent);
   ~Outbox();
 
   // Sends one frame, or nothing when its turn does not come in time. A short one is queued for the thread that writes
@@ -45,8 +45,8 @@ class Outbox {
   // Sends the receipt now, or queues it for whoever writes next.
   void GiveBack(std::unique_ptr<Receipt> receipt) KESD_EXCLUDES(mutex);
 
-  // Sends what is queued, as far as the socket takes it.
-  void Flush() KESD_EXCLUDES(mutex);
+  // Sends what is queued, as far as the socket takes it. False when it has not taken what is next in time.
+  [[nodiscard]] bool Flush() KESD_EXCLUDES(mutex);
 
   // Whether a thread is sending.
   bool IsWriting() KESD_EXCLUDES(mutex);
@@ -87,6 +87,7 @@ class Outbox {
   std::size_t framesSize KESD_GUARDED_BY(mutex) = 0;
   std::unique_ptr<Receipt> receipts KESD_GUARDED_BY(mutex);
   Receipt* last KESD_GUARDED_BY(mutex) = nullptr;
+  Deadline due KESD_GUARDED_BY(mutex);  // of a batch that had to stay
 
   // The turn's own.
   std::array<std::byte, kQueueBytes + kLongestRelease> batch;

@@ -4,6 +4,7 @@
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
+#include <sys/timerfd.h>
 #include <sys/un.h>
 
 #include <cerrno>
@@ -48,7 +49,7 @@ constexpr std::chrono::milliseconds kStarvedPause{100};
 constexpr std::chrono::seconds kRefusalLogInterval{10};
 
 // What the acceptor's events stand for; other values are numbers of connections.
-enum : uint64_t { kListenerEvent = 0, kSignalEvent = 1, kWakeEvent = 2, kLastEvent = 2 };
+enum : uint64_t { kListenerEvent = 0, kSignalEvent = 1, kWakeEvent = 2, kTimerEvent = 3, kLastEvent = 3 };
 
 unsigned long long Printable(uint64_t number) { return number; }
 
@@ -69,13 +70,27 @@ sigset_t EndSignals() {
 }  // namespace
 
 struct Service::Poller {
-  UniqueFd epoll{epoll_create1(EPOLL_CLOEXEC)};
+  explicit Poller(std::chrono::milliseconds answerDeadline) : lookAfter(answerDeadline / 4) {}
+
+  const UniqueFd epoll{epoll_create1(EPOLL_CLOEXEC)};
+  const UniqueFd timer{timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)};
+  const std::chrono::nanoseconds lookAfter;
 
   // Reports `events` of `fd` as `what` from now on.
   bool Watch(int fd, uint64_t what, uint32_t events) const {
     epoll_event event{events, {.u64 = what}};
     if (epoll_ctl(epoll.Get(), EPOLL_CTL_MOD, fd, &event) == 0) return true;
     return errno == ENOENT && epoll_ctl(epoll.Get(), EPOLL_CTL_ADD, fd, &event) == 0;
+  }
+
+  // Something had to stay on this connection: Flush is due when its socket is writable, and when the timer fires.
+  void WatchUnsent(int fd, uint64_t number) const {
+    Watch(fd, number, EPOLLOUT | EPOLLONESHOT);
+    itimerspec next{};
+    if (timerfd_gettime(timer.Get(), &next) != 0 || next.it_value.tv_sec != 0 || next.it_value.tv_nsec != 0) return;
+    constexpr long kNanoseconds = 1'000'000'000;
+    next.it_value = {lookAfter.count() / kNanoseconds, lookAfter.count() % kNanoseconds};
+    timerfd_settime(timer.Get(), 0, &next, nullptr);
   }
 };
 
@@ -98,7 +113,7 @@ Service::Service(int fd, Object servedRoot, const ServiceOptions& serviceOptions
     : listener(fd),
       root(servedRoot),
       options(serviceOptions),
-      poller(std::make_shared<Poller>()),
+      poller(std::make_shared<Poller>(options.limits.answerDeadline)),
       lastNumber(kLastEvent) {}
 
 Service::~Service() {
@@ -129,7 +144,7 @@ bool Service::Set() {
   }
   wake.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   if (!wake.IsOpen() || !poller->Watch(wake.Get(), kWakeEvent, EPOLLIN) ||
-      !poller->Watch(listener, kListenerEvent, EPOLLIN) ||
+      !poller->Watch(listener, kListenerEvent, EPOLLIN) || !poller->Watch(poller->timer.Get(), kTimerEvent, EPOLLIN) ||
       (options.watchSignals && !poller->Watch(signals.Get(), kSignalEvent, EPOLLIN))) {
     log_error(kTag, "cannot wait for connections: %s", strerrordesc_np(errno));
     return false;
@@ -228,6 +243,10 @@ void Service::Accept() {
         (void)eventfd_read(wake.Get(), &ignored);
         if (stopping) return;
         JoinFinished();
+      } else if (what == kTimerEvent) {
+        uint64_t ignored;
+        if (read(poller->timer.Get(), &ignored, sizeof(ignored)) < 0) continue;
+        ForEachConnection([](Connection& connection) { connection.Flush(); });
       } else if (what == kListenerEvent) {
         const int error = (events[i].events & EPOLLHUP) != 0 ? EINVAL : AcceptOne();
         if (error == EINVAL) {
@@ -300,8 +319,7 @@ void Service::AddPeer(UniqueFd socket) {
   peer.place.reset(&peer.user->connections);
   peer.connection = Connection::Create(
       std::move(socket), options.limits, root,
-      [pollerForIt = poller, fd, number = peer.number] { pollerForIt->Watch(fd, number, EPOLLOUT | EPOLLONESHOT); },
-      peer.user);
+      [pollerForIt = poller, fd, number = peer.number] { pollerForIt->WatchUnsent(fd, number); }, peer.user);
   if (!peer.connection) throw std::bad_alloc();
   log_debug(kTag, "connection %llu: pid %d, uid %u, gid %u", Printable(peer.number), credentials.pid, credentials.uid,
             credentials.gid);

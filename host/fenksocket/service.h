@@ -61,8 +61,8 @@ class Service {
     pthread_t thread;
   };
 
-  // Wakes the acceptor when a connection's socket is writable again. Outlives the service for the sake of connections
-  // that stand-ins keep.
+  // Wakes the acceptor when a connection's socket is writable again, or its peer is to be looked after. Outlives the
+  // service for the sake of connections that stand-ins keep.
   struct Poller;
 
   Service(int fd, Object servedRoot, const ServiceOptions& serviceOptions);

@@ -123,6 +123,16 @@ TEST_F(ServiceTest, SendsReleasesOnceAFullSocketIsReadAgain) {
   ExpectServes(peer);
 }
 
+TEST_F(ServiceTest, DisconnectsAPeerThatLeavesUnreadWhatNoThreadWaitsToSend) {
+  Start(std::chrono::milliseconds(500));
+  const RawPeer bystander = Greet();
+  const RawPeer full = Greet();
+  FillWithReleases(full, requests);
+  EXPECT_TRUE(AwaitLines("did not take a frame in time", 1));
+  EXPECT_TRUE(requests.handles.AwaitEqual(0));
+  ExpectServes(bystander);
+}
+
 TEST_F(ServiceTest, TurnsConnectionsAwayBeyondTheLimitWithOneLine) {
   options.maxConnections = 2;
   Start();

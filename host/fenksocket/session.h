@@ -47,7 +47,7 @@ class Session : public std::enable_shared_from_this<Session> {
   // The first call decides how the connection ended.
   void End(EndKind kind, const char* what) KESD_EXCLUDES(mutex);
   ConnectionEnd HowEnded() KESD_EXCLUDES(mutex);
-  void Flush() { outbox.Flush(); }
+  void Flush() KESD_EXCLUDES(mutex);
 
  private:
   // For a thread that waits for something. While another one reads, it sleeps until it is signalled. Belongs to the

@@ -109,6 +109,10 @@ void Session::End(EndKind kind, const char* what) {
   exports.Close();
 }
 
+void Session::Flush() {
+  if (!outbox.Flush()) End(EndKind::kDeadline, "did not take a frame in time");
+}
+
 ConnectionEnd Session::HowEnded() {
   const kesd::MutexLock lock(mutex);
   return end;
