@@ -90,11 +90,18 @@ Process::~Process() {
   waitpid(pid, nullptr, 0);
 }
 
-void Process::Signal(int signal) const { kill(pid, signal); }
+void Process::Signal(int signal) const {
+  if (pid > 0) kill(pid, signal);
+}
 
 bool Process::IsRunning() const {
   siginfo_t info = {};
   return pid > 0 && waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == 0;
+}
+
+bool Process::AwaitStop() const {
+  siginfo_t info = {};
+  return waitid(P_PID, static_cast<id_t>(pid), &info, WSTOPPED | WEXITED | WNOWAIT) == 0 && info.si_code == CLD_STOPPED;
 }
 
 std::string Process::ReadLine() {

@@ -37,6 +37,8 @@ class Process {
   void EndInput() { input.Reset(-1); }
   void Signal(int signal) const;
   bool IsRunning() const;
+  // True once a signal has stopped it.
+  bool AwaitStop() const;
   pid_t Pid() const { return pid; }
 
   // The next line of `out`, without its end; empty when it ends before, or nothing comes for a minute.

@@ -124,11 +124,12 @@ RawFrame RawPeer::Receive() const {
 }
 
 bool RawPeer::AwaitEnd() const {
-  char ignored;
-  while (Read(&ignored, 1)) {
-  }
+  char ignored[4096];
   pollfd readable{socket.Get(), POLLIN, 0};
-  return poll(&readable, 1, 0) == 1;
+  while (poll(&readable, 1, std::chrono::milliseconds(kPatience).count()) == 1) {
+    if (recv(socket.Get(), ignored, sizeof(ignored), 0) <= 0) return true;
+  }
+  return false;
 }
 
 SocketPair::SocketPair() {

@@ -103,13 +103,14 @@ class RawPeer {
   bool Send(const Bytes& bytes) const;
   // The next frame; type 0 when the stream ended or nothing came.
   RawFrame Receive() const;
+  // False when the stream ends before, or no more comes.
+  bool Read(char* bytes, std::size_t size) const;
   // True when the stream ends, whatever comes before.
   bool AwaitEnd() const;
   int Fd() const { return socket.Get(); }
   void Close() { socket.Reset(-1); }
 
  private:
-  bool Read(char* bytes, std::size_t size) const;
   UniqueFd socket;
 };
 

@@ -15,72 +15,21 @@
 #include <vector>
 
 #include "client/client.h"
-#include "tests/process.h"
+#include "tests/daemon.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using kes::Client;
 using kes::DiscoveryRequest;
+using testing_process::Daemon;
 using testing_process::Outcome;
-using testing_process::Output;
 using testing_process::Process;
-
-constexpr char kBin[] = KESD_BINARY_DIR "/bin/";
-
-fenk::Clock::time_point Soon() { return fenk::Clock::now() + std::chrono::seconds(60); }
-
-struct TemporaryDirectory {
-  TemporaryDirectory() {
-    std::string pattern = (fs::temp_directory_path() / "kesd-test.XXXXXX").string();
-    if (mkdtemp(pattern.data()) != nullptr) path = pattern;
-  }
-  ~TemporaryDirectory() { fs::remove_all(path); }
-  fs::path path;
-};
-
-// A daemon of its own, on a socket of its own.
-class Daemon {
- public:
-  explicit Daemon(const std::string& source, const std::vector<std::string>& environment = {})
-      : process({kBin + std::string("kesd-launch"), "--socket", Socket(), "--", kBin + std::string("kesd")},
-                Output::kMerged, With(environment, "VEXO_SOURCE=" + source)) {
-    while (process.IsRunning() && !Connect()) std::this_thread::yield();
-  }
-
-  std::string Socket() const { return directory.path / "kesd.sock"; }
-
-  kes::Result<Client> Connect() const { return Client::Connect(Socket()); }
-
-  std::vector<std::string> Kesctl(std::vector<std::string> more) const {
-    more.insert(more.begin(), {kBin + std::string("kesctl"), "--socket", Socket()});
-    return more;
-  }
-
-  Outcome Stop() {
-    process.Signal(SIGTERM);
-    return process.Finish();
-  }
-
- private:
-  static std::vector<std::string> With(std::vector<std::string> settings, std::string setting) {
-    settings.push_back(std::move(setting));
-    return settings;
-  }
-  TemporaryDirectory directory;
-
- public:
-  Process process;
-};
+using testing_process::Scan;
+using testing_process::Soon;
 
 size_t CountOf(const kes::Result<kes::DiscoveryResult>& result) {
   return result ? result->measurements.size() : ~size_t{0};
-}
-
-kes::Result<kes::DiscoveryResult> Scan(Client& client, const DiscoveryRequest& request) {
-  auto scan = client.StartDiscovery(request);
-  if (!scan) return scan.GetError();
-  return scan->Wait(Soon(), -1);
 }
 
 TEST(EndToEnd, ServesEachModeOfADiscoveryScan) {

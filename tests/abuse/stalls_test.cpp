@@ -1,0 +1,64 @@
+// Clients that are stopped while they have something to take from the daemon.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <iostream>
+#include <vector>
+
+#include "tests/abuse/abusive_client.h"
+#include "tests/abuse/watched_daemon.h"
+
+namespace abuse {
+namespace {
+
+using testing_process::Process;
+using testing_process::Scan;
+
+// Results of a size that no socket holds.
+constexpr char kLargeResults[] = "scene:aps=1000,delay=0";
+
+// Before, within and after their results, in turn.
+std::vector<Process> Stall(const WatchedDaemon& daemon, int clients) {
+  const std::size_t kRead[] = {0, 100'000, kAll};
+  std::vector<Process> stalled;
+  for (int i = 0; i < clients; ++i) stalled.push_back(daemon.Fork(Request().data.size(), kRead[i % 3], SIGSTOP));
+  for (const Process& client : stalled) EXPECT_TRUE(client.AwaitStop());
+  return stalled;
+}
+
+TEST(Stalls, StoppedClientsAreCutOffAndNobodyElseNoticesThem) {
+  WatchedDaemon daemon(kLargeResults);
+  auto client = daemon.Connect();
+  ASSERT_TRUE(client);
+  int cutOff = 0;
+  for (const int count : {0, 1, kSanitized ? 20 : 100}) {
+    SCOPED_TRACE(count);
+    std::vector<Process> stalled = Stall(daemon, count);
+    std::vector<std::chrono::nanoseconds> latencies;
+    for (int i = 0; i < (kSanitized ? 3 : 51); ++i) {
+      const auto begun = fenk::Clock::now();
+      const auto result = Scan(*client, {});
+      latencies.push_back(fenk::Clock::now() - begun);
+      ASSERT_TRUE(result);
+      EXPECT_EQ(result->measurements.size(), 1000u);
+    }
+    EXPECT_EQ(daemon.CutOff(), cutOff) << "the client had to wait for the end of a stalled one";
+    std::nth_element(latencies.begin(), latencies.begin() + latencies.size() / 2, latencies.end());
+    std::cout << "median beside " << count << " stalled clients: "
+              << std::chrono::duration<double, std::milli>(latencies[latencies.size() / 2]).count() << " ms\n";
+    cutOff += count;
+    EXPECT_TRUE(daemon.AwaitCutOff(cutOff));
+    for (Process& one : stalled) {
+      one.Signal(SIGCONT);
+      EXPECT_EQ(one.Finish().exitCode, 0) << "finds its connection ended";
+    }
+  }
+  client = kes::Error{};
+  EXPECT_TRUE(daemon.BecomesIdle());
+  daemon.ExpectEnds();
+}
+
+}  // namespace
+}  // namespace abuse
