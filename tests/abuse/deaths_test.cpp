@@ -82,7 +82,7 @@ void Storm(const WatchedDaemon& daemon, int clients) {
 
 TEST(Deaths, NothingIsLeftOfAStormOfClients) {
   WatchedDaemon daemon("scene:aps=3,delay=2");
-  Storm(daemon, 200);  // what the first clients make it keep, such as memory for threads, stays
+  Storm(daemon, kSanitized ? 200 : 1'000);  // what the first clients make it keep, such as memory for threads, stays
   EXPECT_TRUE(daemon.BecomesIdle());
   const uint64_t resident = daemon.ResidentBytes();
   Storm(daemon, kSanitized ? 1'000 : 10'000);
