@@ -10,7 +10,9 @@ uint64_t ObjectTable::Add(const Object& object) {
   if (closed || objects.size() >= maxObjects || !shared.Take(1)) return 0;
   const uint64_t id = lastId + 1;
   try {
-    objects.try_emplace(id).first->second = std::make_shared<const LocalReference>(object);
+    // First its place: a LocalReference that found none would drop the reference.
+    std::shared_ptr<const LocalReference>& place = objects[id];
+    place = std::make_shared<const LocalReference>(object);
   } catch (const std::bad_alloc&) {
     objects.erase(id);
     shared.Give(1);

@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <list>
 #include <memory>
@@ -195,7 +194,7 @@ class Session : public std::enable_shared_from_this<Session> {
   Waiter* waiting KESD_GUARDED_BY(mutex) = nullptr;
   uint32_t frameWatchers KESD_GUARDED_BY(mutex) = 0;  // of them, but for the reader, those for every frame
   std::vector<Call*> calls KESD_GUARDED_BY(mutex);
-  std::deque<std::unique_ptr<Incoming>> deferred KESD_GUARDED_BY(mutex);  // until no invocation runs
+  std::list<Incoming> deferred KESD_GUARDED_BY(mutex);  // until no invocation runs
   bool draining KESD_GUARDED_BY(mutex) = false;
   ConnectionEnd end KESD_GUARDED_BY(mutex) = {EndKind::kOpen, ""};
 };

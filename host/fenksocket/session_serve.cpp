@@ -81,17 +81,18 @@ const char* Session::ServeInvocation(const Frame& frame) {
     Answer(incoming);
     return nullptr;
   }
-  auto incoming = std::make_unique<Incoming>();
-  if (const char* wrong = serve(*incoming)) return wrong;
-  if (!incoming->invocation.nested && !tooMany) {
+  std::list<Incoming> next(1);
+  Incoming& incoming = next.front();
+  if (const char* wrong = serve(incoming)) return wrong;
+  if (!incoming.invocation.nested && !tooMany) {
     const kesd::MutexLock lock(mutex);
     if (over) return nullptr;
-    deferred.push_back(std::move(incoming));
+    deferred.splice(deferred.end(), next);
     ++deferredCount;
     return nullptr;
   }
-  if (!incoming->invocation.nested && incoming->refusal == OBJECT_OK) incoming->refusal = kErrorLimit;
-  Answer(*incoming);
+  if (!incoming.invocation.nested && incoming.refusal == OBJECT_OK) incoming.refusal = kErrorLimit;
+  Answer(incoming);
   return nullptr;
 }
 
@@ -124,15 +125,14 @@ const char* Session::Prepare(Incoming& incoming) {
 // True when there was one to serve now.
 bool Session::ServeDeferred() {
   if (deferredCount == 0 || depth != 0) return false;
-  std::unique_ptr<Incoming> next;
+  std::list<Incoming> next;
   {
     const kesd::MutexLock lock(mutex);
     if (deferred.empty()) return false;
-    next = std::move(deferred.front());
-    deferred.pop_front();
+    next.splice(next.begin(), deferred, deferred.begin());
     --deferredCount;
   }
-  Answer(*next);
+  Answer(next.front());
   return true;
 }
 

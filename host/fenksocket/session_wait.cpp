@@ -93,7 +93,7 @@ void Session::Drain() {
 }
 
 void Session::End(EndKind kind, const char* what) {
-  decltype(deferred) dropped;
+  decltype(deferred) dropped;  // a list, which needs no memory as long as it is empty
   {
     const kesd::MutexLock lock(mutex);
     if (end.kind != EndKind::kOpen) return;
