@@ -38,7 +38,9 @@ class PendingScan {
 
 // Each kind waits for its one result, serving the connection meanwhile. kTimedOut when `deadline` passes first, kWoken
 // when `wakeFd` becomes readable first (negative is none); the scan goes on, and Wait may be called again.
-// kDisconnected when the connection ended; kProtocol, kOutOfMemory. After a result has come, every call gives it again.
+// kDisconnected when the connection ended; kLimit when the daemon has given the callback back without a result, which
+// was too long for this end or found no memory, or after Abort; kProtocol, kOutOfMemory. After a result has come, every
+// call gives it again.
 class DiscoveryScan : public PendingScan {
  public:
   explicit DiscoveryScan(PendingScan&& started) : PendingScan(std::move(started)) {}

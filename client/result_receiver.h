@@ -31,6 +31,9 @@ class ResultReceiver {
 
   bool IsDelivered() const { return state.load(std::memory_order_acquire) == State::kDelivered; }
 
+  // Nobody but the client holds it any more: what is not delivered by then never will be.
+  bool IsGivenBack() const { return references.load(std::memory_order_acquire) == 1; }
+
   // The delivered buffers in slot order, which last as long as this object; kOutOfMemory when they could not be kept.
   // Only after IsDelivered.
   Result<const Buffers*> Delivered() const;
