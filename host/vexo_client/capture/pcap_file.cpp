@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
 #include "host/vexo_client/capture/capture_file.h"
 
@@ -23,23 +24,24 @@ std::optional<LinkType> LinkTypeOf(int dlt) {
   }
 }
 
+struct Close {
+  void operator()(pcap_t* file) const { pcap_close(file); }
+};
+using PcapPointer = std::unique_ptr<pcap_t, Close>;
+
 class PcapFile : public CaptureFile {
  public:
-  // Owns `openFile`.
-  PcapFile(pcap_t* openFile, LinkType itsLinkType) : file(openFile), linkType(itsLinkType) {}
-  ~PcapFile() override { pcap_close(file); }
-  PcapFile(const PcapFile&) = delete;
-  PcapFile& operator=(const PcapFile&) = delete;
+  PcapFile(PcapPointer openFile, LinkType itsLinkType) : file(std::move(openFile)), linkType(itsLinkType) {}
 
   Step Read(Packet& packet, std::string& error) override {
     pcap_pkthdr* header = nullptr;
     const u_char* bytes = nullptr;
-    const int result = pcap_next_ex(file, &header, &bytes);
+    const int result = pcap_next_ex(file.get(), &header, &bytes);
     if (result == PCAP_ERROR_BREAK) return Step::kEnd;
     if (result != 1) {
-      std::FILE* stream = pcap_file(file);
+      std::FILE* stream = pcap_file(file.get());
       if (std::feof(stream) != 0 && std::ferror(stream) == 0) return Step::kCutShort;
-      error = pcap_geterr(file);
+      error = pcap_geterr(file.get());
       return Step::kDamaged;
     }
     packet = Packet{.linkType = linkType,
@@ -57,8 +59,8 @@ class PcapFile : public CaptureFile {
     return CaptureTime{time.tv_sec, static_cast<int32_t>(time.tv_usec * 1000)};
   }
 
-  pcap_t* file;
-  LinkType linkType;
+  const PcapPointer file;
+  const LinkType linkType;
 };
 
 }  // namespace
@@ -71,20 +73,19 @@ std::unique_ptr<CaptureFile> OpenPcap(const std::string& path, std::string& erro
   }
   // Microseconds also of a file of nanoseconds: the other way round, libpcap's product overflows on nonsense.
   char reason[PCAP_ERRBUF_SIZE] = "";
-  pcap_t* file = pcap_fopen_offline(stream, reason);
+  PcapPointer file(pcap_fopen_offline(stream, reason));
   if (file == nullptr) {
     std::fclose(stream);
     error = std::string("neither a pcapng nor a readable pcap file: ") + reason;
     return nullptr;
   }
-  const int dlt = pcap_datalink(file);
+  const int dlt = pcap_datalink(file.get());
   const std::optional<LinkType> linkType = LinkTypeOf(dlt);
   if (!linkType) {
     error = RefusalOf(pcap_datalink_val_to_description_or_dlt(dlt));
-    pcap_close(file);
     return nullptr;
   }
-  return std::make_unique<PcapFile>(file, *linkType);
+  return std::make_unique<PcapFile>(std::move(file), *linkType);
 }
 
 }  // namespace vexo_host

@@ -34,12 +34,16 @@ void Initialize() {
   wtap_init(FALSE);                      // FALSE: no plug-ins
 }
 
-// What wiretap says about a failure. Takes `details`, which may be null.
-std::string Explain(int code, char* details) {
+struct Free {
+  void operator()(char* text) const { g_free(text); }
+};
+
+// What wiretap says about a failure. Takes `moreOfIt`, which may be null.
+std::string Explain(int code, char* moreOfIt) {
+  const std::unique_ptr<char, Free> details(moreOfIt);
   std::string text = code > 0 ? std::system_category().message(code) : wtap_strerror(code);
   if (code == WTAP_ERR_SHORT_READ) text = "the file ends inside its first blocks";
-  if (details != nullptr) text = details;
-  g_free(details);
+  if (details != nullptr) text = details.get();
   return text;
 }
 
