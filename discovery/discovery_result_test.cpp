@@ -91,27 +91,4 @@ TEST(DiscoveryResult, AnswersAMissingOrForeignResponseWithStatusFive) {
   }
 }
 
-TEST(DiscoveryResult, DeliversWhatFitsWhenMemoryRunsOut) {
-  FullBeacon beacon;
-  beacon.AddInfos(1, 0);
-  beacon.beaconElements.push_back(beacon.Element(0, 4));
-  for (int skip = 0; skip < 4; ++skip) {
-    VEXODiscoveryScanResponse response(1);
-    response.measurements.push_back(&beacon);
-    struct Sizes {
-      std::vector<uint64_t> of{0, 0, 0, 0};
-      static int32_t Note(void* context, uint32_t, ObjectArg* args, uint32_t) {
-        for (size_t i = 0; i < 4; ++i) static_cast<Sizes*>(context)->of[i] = args[i].buffer.size;
-        return 0;
-      }
-    } noted;
-    {
-      const scripted::FailingMemory noMemory(skip, 1);  // the info, record and byte arrays get a block each
-      discovery::ResponseReceived(&response, {Sizes::Note, &noted});
-    }
-    EXPECT_EQ(noted.of, (std::vector<uint64_t>{16, skip == 1 ? 0u : 160u, skip == 0 ? 0u : 64u, skip == 2 ? 5u : 6u}))
-        << skip;
-  }
-}
-
 }  // namespace

@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/vexo_response.h"
@@ -163,36 +161,6 @@ TEST_F(Dispatcher, ARequestThatIsNotSentLeavesNoTrace) {
   EXPECT_EQ(callback.releases, 1);
 }
 
-TEST_F(Dispatcher, OutOfMemoryIsFoundBeforeTheLibraryHearsOfTheRequest) {
-  int failed = 0;
-  for (int skip = 0;; ++skip) {
-    const uint32_t id = NextId();
-    scripted::DiscoveryRequest request(id);
-    ++TheLibrary().liveRequests;
-    const std::array<int, 20> large = {};  // more than a function object holds in place
-    ResponseHandler handler = [&, large](zv_loc_fw::VEXOResponse*, Object) { (void)large; };
-    const int before = TheLibrary().sendCalls;
-    int32_t result = 0;
-    {
-      const scripted::FailingMemory noMemory(skip);
-      result = VexoDispatcher::Get().SendRequest(&request, std::move(handler), callback.AsObject(), &handle);
-    }
-    if (result == 0) {
-      EXPECT_EQ(TheLibrary().sendCalls, before + 1);
-      ObjectRelease(handle);
-      break;
-    }
-    ++failed;
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(TheLibrary().sendCalls, before);
-    EXPECT_EQ(callback.retains, 0);
-    EXPECT_EQ(handle.context, kUnwritten.context);
-  }
-  EXPECT_GE(failed, 2) << "the handle and the entry";
-  EXPECT_EQ(callback.retains, 1);
-  EXPECT_EQ(callback.releases, 1);
-}
-
 TEST_F(Dispatcher, ANullResponseTouchesNothing) {
   TheLibrary().listener->responseReceived(nullptr);
   EXPECT_EQ(TakeLog(), Log{"W kesd Dispatcher: received Null response.\n"});
@@ -213,43 +181,6 @@ TEST_F(Dispatcher, AHandlerMaySendAndMayThrow) {
   ObjectRelease(handle);
   ObjectRelease(innerHandle);
   EXPECT_EQ(inner.releases, 1);
-}
-
-// Each request is answered by one thread and aborted by another at the same moment, while further ones are sent:
-// whoever takes it first, the callback is released once and a result is delivered at most once.
-TEST_F(Dispatcher, AnAnswerAndAnAbortThatMeetReleaseTheCallbackOnce) {
-  constexpr int kRounds = 2000;
-  std::atomic<uint32_t> toAnswer = 0;  // 0 when there is nothing; the IDs here are not
-  std::atomic<bool> over = false;
-  std::thread library([&] {
-    while (!over) {
-      const uint32_t id = toAnswer.exchange(0);
-      if (id != 0) Respond(id);
-    }
-  });
-  int answered = 0;
-  for (int i = 0; i < kRounds; ++i) {
-    Callback raced;
-    Object racedHandle = kUnwritten;
-    const uint32_t id = NextId();
-    std::atomic<int> calls = 0;
-    ASSERT_EQ(Send(id, raced, &racedHandle, [&](zv_loc_fw::VEXOResponse*, Object) { ++calls; }), 0);
-    toAnswer = id;
-    if (i % 2 != 0) {  // let the other begin, and give it a lead that varies
-      while (toAnswer != 0) std::this_thread::yield();
-      for (int lead = 0; lead < i * 4; ++lead) (void)toAnswer.load();
-    }
-    ObjectRelease(racedHandle);
-    while (raced.releases == 0) std::this_thread::yield();
-    ASSERT_EQ(raced.retains, 1);
-    ASSERT_EQ(raced.releases, 1);
-    ASSERT_LE(calls, 1);
-    answered += calls;
-  }
-  over = true;
-  library.join();
-  EXPECT_GT(answered, 0);
-  EXPECT_LT(answered, kRounds);
 }
 
 }  // namespace

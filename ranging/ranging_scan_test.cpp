@@ -202,30 +202,6 @@ TEST_F(RangingScan, EachOperationLogsItsOutcomeAndARefusedRequestUsesUpItsId) {
   }
 }
 
-// However many allocations succeed first, the invocation ends in one of the two ways that it may.
-TEST_F(RangingScan, OutOfMemoryIsAnAnswer) {
-  for (const uint32_t op : {kStartRangingScan, kStartPeriodicRangingScan}) {
-    int32_t result = OBJECT_ERROR;
-    for (int skip = 0; result != OBJECT_OK; ++skip) {
-      TheLibrary().Reset();
-      scripted::Callback callback;
-      const Bytes nodes = scripted::BytesOf(FullRecord()), params(8);
-      ObjectArg args[4] = {scripted::InputBuffer(nodes.data(), nodes.size()), scripted::InputBuffer(params.data(), 8)};
-      args[2].object = callback.AsObject();
-      args[3].object = {nullptr, nullptr};
-      {
-        const scripted::FailingMemory noMemory(skip);
-        result = CreateVexoRangingScan().invoke(nullptr, op, args, kStartRangingScanCounts);
-      }
-      EXPECT_EQ(callback.retains, result == OBJECT_OK ? 1 : 0) << skip;
-      EXPECT_EQ(args[3].object.invoke != nullptr, result == OBJECT_OK) << skip;
-      EXPECT_EQ(TheLibrary().sendCalls, result == OBJECT_OK ? 1 : 0) << skip;
-      if (result == OBJECT_OK) ObjectRelease(args[3].object);
-      ASSERT_LT(skip, 100);
-    }
-  }
-}
-
 TEST_F(RangingScan, APeriodicRequestDeliversItsFirstResponseAlone) {
   Invocation invocation;
   ASSERT_EQ(invocation.Run(kStartPeriodicRangingScan), OBJECT_OK);

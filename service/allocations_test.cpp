@@ -1,6 +1,7 @@
-// How often the daemon asks for memory on each of its roads, and what for.
+// How often the daemon asks for memory on each of its roads, and what for; and what happens when there is none.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <deque>
 #include <functional>
@@ -18,10 +19,27 @@ namespace {
 using scripted::TheLibrary;
 using Bytes = std::vector<uint8_t>;
 
-int CountAllocations(const std::function<void()>& road) {
-  const scripted::CountedMemory memory;
+// Which of a road's allocations fail.
+struct Fault {
+  int skip = 0;
+  int failures = 0;
+};
+
+int CountAllocations(const std::function<void()>& road, const Fault& fault = {}) {
+  const scripted::FailingMemory memory(fault.skip, fault.failures);
   road();
   return memory.Allocations();
+}
+
+// Takes the road once for each run of 1, 2, 3 and 4 allocations that can fail, and of all from one on. It answers how
+// many it made.
+void SweepFaults(const std::function<int(const Fault&)>& road) {
+  for (const int failures : {1, 2, 3, 4, scripted::kForEver}) {
+    for (Fault fault{0, failures};; ++fault.skip) {
+      SCOPED_TRACE(testing::Message() << fault.skip << " allocations succeed, then " << failures << " fail");
+      if (road(fault) <= fault.skip) break;
+    }
+  }
 }
 
 // The service's object; opening it needs no memory.
@@ -44,23 +62,24 @@ constexpr Operation kPeriodicRanging = {SERVICE_ID_RANGING_SCAN, kStartPeriodicR
 // A client's request, each step of which answers how many allocations it took.
 class Request {
  public:
-  int Start(const Operation& operation, const std::vector<Bytes>& buffers) {
+  int Start(const Operation& operation, const std::vector<Bytes>& buffers, const Fault& fault = {}) {
     std::vector<ObjectArg> args;
     for (const Bytes& buffer : buffers) args.push_back(scripted::InputBuffer(buffer.data(), buffer.size()));
     args.push_back({.object = callback.AsObject()});
     args.push_back({.object = {nullptr, nullptr}});
     const Object service = Open(operation.serviceId);
     const int allocations = CountAllocations(
-        [&] { result = service.invoke(service.context, operation.code, args.data(), operation.counts); });
+        [&] { result = service.invoke(service.context, operation.code, args.data(), operation.counts); }, fault);
     handle = args.back().object;
     return allocations;
   }
-  int Answer(zv_loc_fw::VEXOResponse& response) {
-    return CountAllocations([&] { TheLibrary().listener->responseReceived(&response); });
+  int Answer(zv_loc_fw::VEXOResponse& response, const Fault& fault = {}) {
+    return CountAllocations([&] { TheLibrary().listener->responseReceived(&response); }, fault);
   }
   int LetGo() {
     return CountAllocations([&] { ObjectRelease(handle); });
   }
+  bool HasHandle() const { return handle.invoke != nullptr; }
 
   scripted::Callback callback;
   int32_t result = OBJECT_ERROR;
@@ -85,40 +104,65 @@ class Allocations : public testing::Test {
   }
 };
 
+const Bytes kChannel(4), kSsid(36), kAddress(8), kNode(52), kPeriodicNode(64), kTs(8);
+const struct RequestCase {
+  const char* name;
+  Operation operation;
+  std::vector<Bytes> buffers;
+  int allocations;
+} kRequests[] = {
+    // The entry in the table and the handle: the one can outlive the other.
+    {"fresh", kDiscovery, {Mode(0), {}, {}, {}}, 2},
+    {"fresh, the other kind", kDiscovery, {Mode(1), {}, {}, {}}, 2},
+    {"cache only", kDiscovery, {Mode(2), {}, {}, {}}, 2},
+    {"cache with fallback", kDiscovery, {Mode(3), {}, {}, {}}, 2},
+    // And the list's block, for 64 entries; a second one, twice as large, for more.
+    {"a channel", kDiscovery, {Mode(0), kChannel, {}, {}}, 2 + 1},
+    {"64 channels", kDiscovery, {Mode(0), Bytes(64 * 4), {}, {}}, 2 + 1},
+    {"65 channels", kDiscovery, {Mode(0), Bytes(65 * 4), {}, {}}, 2 + 2},
+    // And the list's copy in the library's request, which the library may keep.
+    {"an SSID", kDiscovery, {Mode(0), {}, kSsid, {}}, 2 + 2},
+    {"an address", kDiscovery, {Mode(0), {}, {}, kAddress}, 2 + 2},
+    {"one of each", kDiscovery, {Mode(0), kChannel, kSsid, kAddress}, 2 + 1 + 2 + 2},
+    // And the library's request itself, which the service makes here.
+    {"ranging, no node", kRanging, {{}, kTs}, 3},
+    {"periodic ranging, no node", kPeriodicRanging, {{}, kTs}, 3},
+    {"ranging, a node", kRanging, {kNode, kTs}, 3 + 2},
+    {"periodic ranging, a node", kPeriodicRanging, {kPeriodicNode, kTs}, 3 + 2},
+};
+
 TEST_F(Allocations, OfARequestAreItsEntryItsHandleItsListsAndWhatTheLibraryCopies) {
-  const Bytes kChannel(4), kSsid(36), kAddress(8), kNode(52), kPeriodicNode(64), kTs(8);
-  const struct {
-    const char* name;
-    Operation operation;
-    std::vector<Bytes> buffers;
-    int allocations;
-  } kCases[] = {
-      // The entry in the table and the handle: the one can outlive the other.
-      {"fresh", kDiscovery, {Mode(0), {}, {}, {}}, 2},
-      {"fresh, the other kind", kDiscovery, {Mode(1), {}, {}, {}}, 2},
-      {"cache only", kDiscovery, {Mode(2), {}, {}, {}}, 2},
-      {"cache with fallback", kDiscovery, {Mode(3), {}, {}, {}}, 2},
-      // And the list's block, for 64 entries; a second one, twice as large, for more.
-      {"a channel", kDiscovery, {Mode(0), kChannel, {}, {}}, 2 + 1},
-      {"64 channels", kDiscovery, {Mode(0), Bytes(64 * 4), {}, {}}, 2 + 1},
-      {"65 channels", kDiscovery, {Mode(0), Bytes(65 * 4), {}, {}}, 2 + 2},
-      // And the list's copy in the library's request, which the library may keep.
-      {"an SSID", kDiscovery, {Mode(0), {}, kSsid, {}}, 2 + 2},
-      {"an address", kDiscovery, {Mode(0), {}, {}, kAddress}, 2 + 2},
-      {"one of each", kDiscovery, {Mode(0), kChannel, kSsid, kAddress}, 2 + 1 + 2 + 2},
-      // And the library's request itself, which the service makes here.
-      {"ranging, no node", kRanging, {{}, kTs}, 3},
-      {"periodic ranging, no node", kPeriodicRanging, {{}, kTs}, 3},
-      {"ranging, a node", kRanging, {kNode, kTs}, 3 + 2},
-      {"periodic ranging, a node", kPeriodicRanging, {kPeriodicNode, kTs}, 3 + 2},
-  };
-  for (const auto& c : kCases) {
+  for (const auto& c : kRequests) {
     SCOPED_TRACE(c.name);
     Request request;
     EXPECT_EQ(request.Start(c.operation, c.buffers), c.allocations);
     ASSERT_EQ(request.result, OBJECT_OK);
     EXPECT_EQ(request.LetGo(), 0) << "an abort needs no memory";
     EXPECT_EQ(request.callback.releases, 1);
+  }
+}
+
+// Whatever there is no memory for: the request is sent, perhaps with less in its lists, or refused without a trace.
+TEST_F(Allocations, ThatFailRefuseARequestOrShortenItsLists) {
+  for (const auto& c : kRequests) {
+    SCOPED_TRACE(c.name);
+    SweepFaults([&](const Fault& fault) {
+      Request request, next;
+      const int sentBefore = TheLibrary().sendCalls;
+      const int allocations = request.Start(c.operation, c.buffers, fault);
+      const bool sent = request.result == OBJECT_OK;
+      EXPECT_TRUE(sent || request.result == OBJECT_ERROR);
+      EXPECT_EQ(TheLibrary().sendCalls, sentBefore + sent);
+      EXPECT_EQ(TheLibrary().liveRequests, 0);
+      EXPECT_EQ(request.HasHandle(), sent);
+      EXPECT_EQ(request.callback.retains, sent);
+      if (sent) request.LetGo();
+      EXPECT_EQ(request.callback.releases, sent);
+      EXPECT_EQ(next.Start(c.operation, c.buffers), c.allocations);
+      EXPECT_EQ(next.result, OBJECT_OK);
+      next.LetGo();
+      return allocations;
+    });
   }
 }
 
@@ -136,10 +180,13 @@ struct Measurements {
   Measurements(uint32_t count, int octets) {
     for (uint32_t i = 0; i < count; ++i) {
       auto& measurement = all.emplace_back();
-      measurement.AddInfos(1, 0);
-      for (int j = 0; j < octets; ++j) measurement.byteList.push_back(0);
+      zv_loc_fw::VEXOMacAddress address;
+      address.setMac(1, static_cast<int>(i));
+      measurement.bssid = address;
+      measurement.AddInfos(1, i);
+      for (int j = 0; j < octets; ++j) measurement.byteList.push_back(static_cast<signed char>(j % 100));
       if constexpr (requires { measurement.macList; }) {
-        for (int j = 0; j < 2; ++j) measurement.macList.push_back({});
+        for (int j = 0; j < 2; ++j) measurement.macList.push_back(address);
       }
     }
   }
@@ -185,6 +232,61 @@ TEST_F(Allocations, OfAResultAreTheBlocksOfItsArrays) {
     EXPECT_EQ(ranging.Answer(distances), c.ranging);
     EXPECT_EQ(ranging.callback.deliveries, 1);
     EXPECT_EQ(ranging.LetGo(), 0);
+  }
+}
+
+// Whether `part` is what is left of the records of `whole` when some are missing; what refers to others may differ.
+bool IsLeftOf(const Bytes& part, const Bytes& whole, size_t recordSize, size_t compared) {
+  if (part.size() % recordSize != 0) return false;
+  auto at = whole.begin();
+  for (auto record = part.begin(); record != part.end(); record += static_cast<ptrdiff_t>(recordSize)) {
+    while (at != whole.end() && !std::equal(at, at + static_cast<ptrdiff_t>(compared), record)) {
+      at += static_cast<ptrdiff_t>(recordSize);
+    }
+    if (at == whole.end()) return false;
+    at += static_cast<ptrdiff_t>(recordSize);
+  }
+  return true;
+}
+
+// Delivers once and lets the callback go once, with the entries that found memory, and the header as ever.
+template <typename Response, typename Kind>
+void SweepDelivery(const Operation& operation, const std::vector<Bytes>& buffers, uint32_t count, int octets) {
+  constexpr size_t kSizes[] = {1, sizeof(WifiScanMeasurement), sizeof(WifiMeasurementInfo), 1, sizeof(WifiMacAddress)};
+  constexpr size_t kBssidSize = 8;
+  Measurements<Kind> measurements(count, octets);
+  std::vector<Bytes> whole;
+  const auto deliver = [&](const Fault& fault) {
+    Request request;
+    request.Start(operation, buffers);
+    Response response(VexoDispatcher::Get().requestIdCounter);
+    response.scanStatus = 7;
+    measurements.AppendTo(response);
+    const int allocations = request.Answer(response, fault);
+    request.LetGo();
+    const scripted::Callback& callback = request.callback;
+    EXPECT_EQ(callback.deliveries, 1);
+    EXPECT_EQ(callback.retains, 1);
+    EXPECT_EQ(callback.releases, 1);
+    if (whole.empty()) whole = callback.buffers;
+    for (size_t i = 0; i < whole.size(); ++i) {
+      EXPECT_TRUE(IsLeftOf(callback.buffers[i], whole[i], kSizes[i], i == 1 ? kBssidSize : kSizes[i])) << i;
+    }
+    EXPECT_EQ(callback.buffers[0], whole[0]);
+    EXPECT_EQ(callback.buffers == whole, allocations <= fault.skip || fault.failures == 0);
+    return allocations;
+  };
+  deliver({});
+  SweepFaults(deliver);
+  deliver({});
+}
+
+TEST_F(Allocations, ThatFailShortenAResult) {
+  for (const uint32_t count : {1u, 70u}) {
+    SweepDelivery<zv_loc_fw::VEXODiscoveryScanResponse, zv_loc_fw::VEXOFullBeaconScanMeasurement>(
+        kDiscovery, {Mode(0), {}, {}, {}}, count, 5);
+    SweepDelivery<zv_loc_fw::VEXORangingScanResponse, zv_loc_fw::VEXORangingScanMeasurement>(kRanging, {{}, kTs}, count,
+                                                                                             5);
   }
 }
 

@@ -1,17 +1,38 @@
 #include "tests/failing_memory.h"
 
-#include <cstddef>
-#include <new>
+#include <atomic>
 #include <utility>
 
+namespace scripted {
 namespace {
 
+thread_local bool isExempt = false;
 thread_local bool memoryFails = false;
 thread_local int allocations = 0;
 thread_local int allocationsLeft = 0;
 thread_local int failuresLeft = 0;
 
-bool ThisOneFails() {
+std::atomic<bool> processMemoryFails = false;
+std::atomic<int> processAllocations = 0;
+std::atomic<int> processFailures = 0;
+int processSkip = 0;
+int processMostFailures = 0;
+void (*processReached)() = nullptr;
+
+bool ThisOneOfTheProcessFails() {
+  const int before = processAllocations.fetch_add(1);
+  if (before < processSkip) return false;
+  if (before == processSkip && processReached != nullptr) processReached();
+  if (before - processSkip >= processMostFailures) return false;
+  ++processFailures;
+  return true;
+}
+
+}  // namespace
+
+bool ThisAllocationFails() {
+  if (isExempt) return false;
+  if (processMemoryFails.load(std::memory_order_acquire)) return ThisOneOfTheProcessFails();
   if (!memoryFails) return false;
   ++allocations;
   if (allocationsLeft > 0) {
@@ -23,32 +44,6 @@ bool ThisOneFails() {
   return true;
 }
 
-}  // namespace
-
-// The linker sends the program's calls of operator new here (--wrap) and those of __real_ to the real ones. Replacing
-// the operators themselves would collide with the sanitizers', which are also their own.
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-extern "C" {
-
-void* __real__Znwm(std::size_t size);
-void* __real__Znam(std::size_t size);
-void* __real__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
-void* __real__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
-
-void* __wrap__Znwm(std::size_t size) { return ThisOneFails() ? throw std::bad_alloc() : __real__Znwm(size); }
-void* __wrap__Znam(std::size_t size) { return ThisOneFails() ? throw std::bad_alloc() : __real__Znam(size); }
-void* __wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
-  return ThisOneFails() ? nullptr : __real__ZnwmRKSt9nothrow_t(size, tag);
-}
-void* __wrap__ZnamRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
-  return ThisOneFails() ? nullptr : __real__ZnamRKSt9nothrow_t(size, tag);
-}
-
-}  // extern "C"
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-
-namespace scripted {
-
 FailingMemory::FailingMemory(int skip, int failures) {
   allocations = 0;
   allocationsLeft = skip;
@@ -58,7 +53,17 @@ FailingMemory::FailingMemory(int skip, int failures) {
 FailingMemory::~FailingMemory() { memoryFails = false; }
 int FailingMemory::Allocations() const { return allocations; }
 
-FailingMemory::Exempt::Exempt() : failing(std::exchange(memoryFails, false)) {}
-FailingMemory::Exempt::~Exempt() { memoryFails = failing; }
+FailingMemory::Exempt::Exempt() : before(std::exchange(isExempt, true)) {}
+FailingMemory::Exempt::~Exempt() { isExempt = before; }
+
+FailingProcessMemory::FailingProcessMemory(int skip, int failures, void (*reached)()) {
+  processSkip = skip;
+  processMostFailures = failures;
+  processReached = reached;
+  processMemoryFails.store(true, std::memory_order_release);
+}
+FailingProcessMemory::~FailingProcessMemory() { processMemoryFails = false; }
+int FailingProcessMemory::Allocations() { return processAllocations; }
+int FailingProcessMemory::Failures() { return processFailures; }
 
 }  // namespace scripted

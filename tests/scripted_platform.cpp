@@ -17,6 +17,7 @@ std::mutex logMutex;
 std::vector<std::string> logLines;
 
 void Log(char level, const char* tag, const char* format, va_list arguments) {
+  if (scripted::TheLibrary().forgets) return;
   const FailingMemory::Exempt exempt;
   char text[512];
   std::vsnprintf(text, sizeof(text), format, arguments);
@@ -41,7 +42,7 @@ Library& TheLibrary() {
 }
 
 void Library::Reset() {
-  createFails = createThrows = factoryFails = throws = false;
+  createFails = createThrows = factoryFails = throws = forgets = false;
   sendResult = 0;
   onSend = nullptr;
   sendCalls = 0;
@@ -124,7 +125,6 @@ KESD_SCRIPTED_LOG(log_error, 'E')
 VEXOClient* VEXOClient::createInstance(VEXOClientListener* listener, bool flag, eLogLevel logLevel) {
   scripted::Library& library = scripted::TheLibrary();
   if (library.createThrows) throw std::runtime_error("told to");
-  if (library.createThrows) throw std::runtime_error("told to");
   if (library.createFails) return nullptr;
   library.listener = listener;
   library.createdWith = "flag=" + std::to_string(flag) + " level=" + std::to_string(logLevel);
@@ -152,8 +152,10 @@ template <typename Place, typename... Values>
 VEXODiscoveryScanRequest* Make(unsigned int id, const char* kind, const Place& place, Values... values) {
   const FailingMemory::Exempt exempt;
   scripted::Library& library = scripted::TheLibrary();
-  std::string& call = library.factoryCalls.emplace_back(kind + Where(place));
-  ((call += " " + std::to_string(values)), ...);
+  if (!library.forgets) {
+    std::string& call = library.factoryCalls.emplace_back(kind + Where(place));
+    ((call += " " + std::to_string(values)), ...);
+  }
   if (library.factoryFails) return nullptr;
   ++library.liveRequests;
   return new scripted::DiscoveryRequest(id);

@@ -31,7 +31,8 @@ struct Library {
   bool createFails = false;                             // createInstance answers null
   bool factoryFails = false;                            // the factories answer null
   bool throws = false;                                  // sendRequest throws
-  int32_t sendResult = 0;                               // what sendRequest answers
+  bool forgets = false;                                 // keeps neither calls nor the log: many threads ask at once
+  std::atomic<int32_t> sendResult = 0;                  // what sendRequest answers
   std::function<void(zv_loc_fw::VEXORequest&)> onSend;  // called from inside sendRequest
 
   zv_loc_fw::VEXOClientListener* listener = nullptr;  // of the client that was made last

@@ -1,0 +1,387 @@
+// The daemon with its libraries and a client in one process, on a real socket: memory that runs out anywhere on a
+// request's road, and a service that ends anywhere on it.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "client/client.h"
+#include "host/event/event.h"
+#include "host/fenksocket/service.h"
+#include "host/fenksocket/unique_fd.h"
+#include "host/vexo_client/capture/capture_writer.h"
+#include "platform/log.h"
+#include "service/root_object.h"
+#include "tests/faults/fault_sweep.h"
+
+namespace {
+
+using faults::Fault;
+using faults::FaultWindow;
+using faults::Require;
+using kes::ErrorKind;
+using wifi::ScanStatus;
+
+constexpr std::chrono::seconds kPatience{20};
+constexpr int64_t kNoTimeout = 3'600'000;
+constexpr kes::MacAddress kFirst{0x02, 0xA0, 0xC9, 0x11, 0x45, 0x01}, kSecond{0x02, 0xA0, 0xC9, 0x11, 0x45, 0x05},
+    kCaptured{2, 0, 0, 0, 0, 1};
+
+// Set when the library has ended a periodic request: no handler waits for its last round, or no memory was left for it.
+Event lastRound;
+
+void Log(char level, const char* tag, const char* format, va_list arguments) {
+  char text[512];
+  std::vsnprintf(text, sizeof(text), format, arguments);
+  std::fprintf(stderr, "%c %s %s%s", level, tag, text, std::strchr(text, '\n') != nullptr ? "" : "\n");
+  if (std::strstr(text, "Unexpected request ID") != nullptr || std::strstr(text, "rounds are dropped") != nullptr) {
+    lastRound.Set();
+  }
+}
+
+// Needs no memory in the end.
+class ListeningSocket {
+ public:
+  ListeningSocket() : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    Require(mkdtemp(directory.data()) != nullptr, "there is a temporary directory");
+    path = directory + "/socket";
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    Require(bind(socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0, "the socket is bound");
+  }
+  ~ListeningSocket() {
+    unlink(path.c_str());
+    rmdir(directory.c_str());
+  }
+  int Fd() const { return socket.Get(); }
+  const std::string& Path() const { return path; }
+
+ private:
+  std::string directory = "/tmp/kesd-faults-XXXXXX";
+  std::string path;
+  const fenk::UniqueFd socket;
+};
+
+std::atomic<fenk::Service*> running = nullptr;
+
+void EndTheService() {
+  if (fenk::Service* const service = running.exchange(nullptr)) service->Stop();
+}
+
+// kesd, and a thread that joins its service as main does.
+class Daemon {
+ public:
+  explicit Daemon(const char* source) { setenv("VEXO_SOURCE", source, 1); }
+  ~Daemon() { End(); }
+
+  bool Start() {
+    service = fenk::Service::Start(socket.Fd(), RootObject(), {});
+    return service != nullptr;
+  }
+  void Serve() {
+    running = service.get();
+    joining = std::thread([this] { service->Join(); });
+  }
+  void End() {
+    running = nullptr;
+    if (service) service->Stop();
+    if (joining.joinable()) joining.join();
+  }
+  kes::Result<kes::Client> Connect() const { return kes::Client::Connect(socket.Path()); }
+
+ private:
+  const ListeningSocket socket;
+  std::unique_ptr<fenk::Service> service;
+  std::thread joining;
+};
+
+template <typename Scan, typename Request>
+struct Question {
+  kes::Result<Scan> (kes::Client::*start)(const Request&);
+  Request request;
+  std::size_t measurements;
+  ScanStatus status = ScanStatus::kOk;
+};
+
+Question<kes::DiscoveryScan, kes::DiscoveryRequest> Discovery(kes::DiscoveryRequest request, std::size_t measurements,
+                                                              ScanStatus status = ScanStatus::kOk) {
+  return {&kes::Client::StartDiscovery, std::move(request), measurements, status};
+}
+Question<kes::RangingScan, kes::RangingRequest> Ranging(kes::RangingRequest request) {
+  const std::size_t nodes = request.nodes.size();
+  return {&kes::Client::StartRanging, std::move(request), nodes, ScanStatus::kOk};
+}
+
+enum class Outcome { kWhole, kInPart, kRefused, kLost };
+
+// The ways in which a client may learn that memory was short somewhere, or that the service has ended.
+Outcome OutcomeOf(const kes::Error& error) {
+  switch (error.kind) {
+    case ErrorKind::kDisconnected:
+    case ErrorKind::kNoSocket:
+    case ErrorKind::kProtocol:  // the connection ended before the daemon said a word
+      return Outcome::kLost;
+    case ErrorKind::kRejected:
+    case ErrorKind::kLimit:
+    case ErrorKind::kOutOfMemory:
+      return Outcome::kRefused;
+    default:
+      std::fprintf(stderr, "error %d: %s\n", static_cast<int>(error.kind), error.message.c_str());
+      Require(false, "a client learns of it at once");
+      return Outcome::kLost;
+  }
+}
+
+template <typename Scan, typename Request>
+Outcome Ask(kes::Client& client, const Question<Scan, Request>& question) {
+  kes::Result<Scan> scan = (client.*question.start)(question.request);
+  if (!scan) return OutcomeOf(scan.GetError());
+  const auto result = scan->Wait(fenk::Clock::now() + kPatience, -1);
+  if (!result) return OutcomeOf(result.GetError());
+  bool whole = result->status == question.status && result->measurements.size() == question.measurements;
+  for (const auto& measurement : result->measurements) {
+    whole = whole && !measurement.incomplete;
+    Require(measurement.bssid == kFirst || measurement.bssid == kSecond || measurement.bssid == kCaptured,
+            "nothing else is delivered");
+  }
+  // A request whose list found no memory asks for less, or filters less.
+  Require(result->measurements.size() <= 2, "no more is delivered than there is");
+  Require(whole || result->status == question.status || result->status == ScanStatus::kFailed ||
+              result->status == ScanStatus::kTimedOut || result->status == ScanStatus::kInvalidRequest ||
+              result->status == ScanStatus::kUnavailable,
+          "the status tells of a failure");
+  return whole ? Outcome::kWhole : Outcome::kInPart;
+}
+
+kes::DiscoveryRequest Mode(wifi::RequestMode mode) {
+  kes::DiscoveryRequest request;
+  request.mode = mode;
+  return request;
+}
+
+kes::DiscoveryRequest Within(int64_t timeoutMs) {
+  kes::DiscoveryRequest request;
+  request.timeoutMs = timeoutMs;
+  return request;
+}
+
+kes::RangingRequest TwoNodes() {
+  kes::RangingRequest request;
+  request.nodes.resize(2);
+  request.nodes[0].mac = kFirst;
+  request.nodes[1].mac = kSecond;
+  request.nodes[1].secondMac = kFirst;
+  request.timeoutMs = kNoTimeout;
+  return request;
+}
+
+const auto kCacheOnly = Discovery(Mode(wifi::RequestMode::kCacheOnly), 0);
+
+// Once memory is back, the next request works; only a connection may have ended meanwhile.
+template <typename Asked>
+void RequireThatTheNextWorks(const Daemon& daemon, std::optional<kes::Client>& client, const Asked& question) {
+  if (client && Ask(*client, question) == Outcome::kWhole) return;
+  client.reset();
+  auto again = daemon.Connect();
+  Require(static_cast<bool>(again), "the daemon can be reached again");
+  Require(Ask(*again, question) == Outcome::kWhole, "the next request is answered in full");
+}
+
+struct Scene {
+  const char* source = "scene:aps=2,delay=0";
+  bool warm = true;  // the daemon has its client
+  bool cacheFilled = false;
+};
+
+// One request, with the fault anywhere between its start and its result.
+template <typename Asked>
+void SweepRequest(const char* name, const Scene& scene, const Asked& question, const Asked& next) {
+  const auto road = [&](const Fault& fault) {
+    Daemon daemon(scene.source);
+    Require(daemon.Start(), "the service starts");
+    daemon.Serve();
+    auto connected = daemon.Connect();
+    Require(static_cast<bool>(connected), "a client can connect");
+    std::optional<kes::Client> client(std::move(*connected));
+    if (scene.warm) Require(Ask(*client, kCacheOnly) == Outcome::kWhole, "the daemon warms up");
+    if (scene.cacheFilled) Require(Ask(*client, Discovery({}, 2)) == Outcome::kWhole, "the cache is filled");
+    Outcome outcome;
+    {
+      const FaultWindow window(fault);
+      outcome = Ask(*client, question);
+      if constexpr (requires { question.request.periodic; }) {
+        const bool another = question.request.periodic && outcome == Outcome::kWhole;
+        Require(!another || lastRound.Wait(fenk::Clock::now() + kPatience), "every round ends");
+      }
+    }
+    if (fault.failures == 0 && fault.event == nullptr) Require(outcome == Outcome::kWhole, "the result is whole");
+    if (fault.event == nullptr) RequireThatTheNextWorks(daemon, client, next);
+  };
+  faults::Run(name, {.road = road, .event = EndTheService, .mayEndTheProcess = !scene.warm});
+}
+
+template <typename Asked>
+void SweepRequest(const char* name, const Scene& scene, const Asked& question) {
+  SweepRequest(name, scene, question, question);
+}
+
+TEST(DaemonFaults, WhileTheServiceStarts) {
+  faults::Run("start", {.road = [](const Fault& fault) {
+                Daemon daemon("scene:aps=2,delay=0");
+                bool started = false;
+                {
+                  const FaultWindow window(fault);
+                  started = daemon.Start();
+                }
+                Require(started || daemon.Start(), "the service starts when memory is back");
+                daemon.Serve();
+                std::optional<kes::Client> none;
+                RequireThatTheNextWorks(daemon, none, Discovery({}, 2));
+              }});
+}
+
+TEST(DaemonFaults, WhileAClientConnects) {
+  const auto road = [](const Fault& fault) {
+    Daemon daemon("scene:aps=2,delay=0");
+    Require(daemon.Start(), "the service starts");
+    daemon.Serve();
+    std::optional<kes::Client> client;
+    {
+      const FaultWindow window(fault);
+      auto connected = daemon.Connect();
+      if (connected) {
+        client = std::move(*connected);
+      } else {
+        OutcomeOf(connected.GetError());
+      }
+    }
+    if (fault.event == nullptr) RequireThatTheNextWorks(daemon, client, Discovery({}, 2));
+  };
+  faults::Run("connect", {.road = road, .event = EndTheService});
+}
+
+TEST(DaemonFaults, DuringTheFirstRequest) { SweepRequest("first request", {.warm = false}, Discovery({}, 2)); }
+
+TEST(DaemonFaults, DuringAFreshScan) {
+  SweepRequest("fresh scan", {}, Discovery({}, 2));
+  kes::DiscoveryRequest filtered;
+  filtered.channels = {1, 36};
+  filtered.ssids = {{'L', 'i', 'n', 'd', 'e', 'n', ' ', '1', '2'}};
+  filtered.bssids = {kSecond};
+  SweepRequest("fresh scan with lists", {.cacheFilled = true}, Discovery(filtered, 1));
+}
+
+TEST(DaemonFaults, DuringARequestOfTheCache) {
+  SweepRequest("cache only", {.cacheFilled = true}, Discovery(Mode(wifi::RequestMode::kCacheOnly), 2));
+  kes::DiscoveryRequest request = Mode(wifi::RequestMode::kCacheFallback);
+  request.fallbackBelow = 2;
+  const auto fallback = Discovery(std::move(request), 2);
+  SweepRequest("cache with fallback, from the cache", {.cacheFilled = true}, fallback);
+  SweepRequest("cache with fallback, from a scan", {}, fallback);
+}
+
+TEST(DaemonFaults, DuringARequestThatTimesOut) {
+  const auto question = Discovery(Within(1), 0, ScanStatus::kTimedOut);
+  SweepRequest("timed out", {.source = "scene:aps=2,delay=600000"}, question, question);
+}
+
+TEST(DaemonFaults, DuringRanging) {
+  const auto once = Ranging(TwoNodes());
+  SweepRequest("ranging", {}, once);
+  kes::RangingRequest periodic = TwoNodes();
+  periodic.periodic = kes::PeriodicRanging{100, 2};
+  SweepRequest("periodic ranging", {}, Ranging(std::move(periodic)), once);
+}
+
+void SweepCapture(const char* name, const vexo_host::test::Bytes& file, ScanStatus status) {
+  const vexo_host::test::TemporaryDirectory directory;
+  const std::string source = "capture:" + directory.Write("capture", file);
+  SweepRequest(name, {.source = source.c_str()}, Discovery({}, status == ScanStatus::kOk, status));
+}
+
+TEST(DaemonFaults, DuringAScanOfACapture) {
+  using namespace vexo_host::test;
+  const Bytes beacon = Beacon(1, Ssid("a network") + Element(3, {6}));
+  SweepCapture("pcap", Pcap(kBare, {{beacon}, {beacon}}), ScanStatus::kOk);
+  SweepCapture("pcap of another link type", Pcap(kEthernet, {{beacon}}), ScanStatus::kUnavailable);
+}
+
+TEST(DaemonFaults, DuringAScanOfACaptureOfTheNextGeneration) {
+  using namespace vexo_host::test;
+  const Bytes start = SectionHeader() + Interface(kBare), damaged = Block(6, Bytes(8));
+  const Bytes packet = EnhancedPacket({Beacon(1, Ssid("a network") + Element(3, {6}))});
+  SweepCapture("pcapng", start + packet + packet, ScanStatus::kOk);
+  SweepCapture("pcapng, damaged", start + packet + damaged, ScanStatus::kOk);
+  SweepCapture("pcapng, damaged at once", start + damaged, ScanStatus::kUnavailable);
+}
+
+// One request is pending and another one is aborted; then the service ends, and the process.
+void AbortAndEnd(const Fault& fault, bool inTheEnd) {
+  Daemon daemon("scene:aps=2,delay=600000");
+  Require(daemon.Start(), "the service starts");
+  daemon.Serve();
+  auto client = daemon.Connect();
+  Require(static_cast<bool>(client), "a client can connect");
+  Require(Ask(*client, kCacheOnly) == Outcome::kWhole, "the daemon warms up");
+  auto pending = client->StartRanging(TwoNodes());
+  Require(static_cast<bool>(pending), "a request can be sent");
+  const kes::DiscoveryRequest another = Within(kNoTimeout);
+  const auto abortAnother = [&] {
+    auto aborted = client->StartDiscovery(another);
+    if (!aborted) return (void)OutcomeOf(aborted.GetError());
+    const auto none = aborted->Wait(fenk::Clock::now(), -1);
+    Require(!none, "nothing is delivered yet");
+    if (none.GetError().kind != ErrorKind::kTimedOut) OutcomeOf(none.GetError());
+    aborted->Abort();
+  };
+  if (inTheEnd) {
+    abortAnother();
+    static std::optional<FaultWindow> untilTheLastHandler;
+    untilTheLastHandler.emplace(fault);
+    return daemon.End();
+  }
+  {
+    const FaultWindow window(fault);
+    abortAnother();
+  }
+  if (fault.event != nullptr) return;
+  std::optional<kes::Client> same(std::move(*client));
+  RequireThatTheNextWorks(daemon, same, kCacheOnly);
+}
+
+TEST(DaemonFaults, WhileARequestIsAborted) {
+  faults::Run("abort", {.road = [](const Fault& fault) { AbortAndEnd(fault, false); }, .event = EndTheService});
+}
+
+TEST(DaemonFaults, WhileEverythingEnds) {
+  faults::Run("end", {.road = [](const Fault& fault) { AbortAndEnd(fault, true); }});
+}
+
+}  // namespace
+
+namespace zv_loc_fw {
+
+#define KESD_FAULTS_LOG(function, level)                    \
+  void function(const char* tag, const char* format, ...) { \
+    va_list arguments;                                      \
+    va_start(arguments, format);                            \
+    Log(level, tag, format, arguments);                     \
+    va_end(arguments);                                      \
+  }
+KESD_FAULTS_LOG(log_debug, 'D')
+KESD_FAULTS_LOG(log_info, 'I')
+KESD_FAULTS_LOG(log_warning, 'W')
+KESD_FAULTS_LOG(log_error, 'E')
+#undef KESD_FAULTS_LOG
+
+}  // namespace zv_loc_fw

@@ -1,0 +1,186 @@
+// A location client library that breaks every promise, under the real services and many threads.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "dispatcher/vexo_dispatcher.h"
+#include "ipc/services.h"
+#include "marshal/records.h"
+#include "service/root_object.h"
+#include "tests/scripted_platform.h"
+#include "tests/test_measurements.h"
+
+namespace {
+
+using scripted::TheLibrary;
+
+constexpr int kThreads = 8;
+constexpr int kRequests = 1'000'000;
+
+// A client's callback that counts what is done with it.
+struct Counted {
+  Object AsObject() { return {&Invoke, this}; }
+  // Retained and released once, and not touched since; `accepted` is false for a request that was refused.
+  bool IsDone(bool accepted) const {
+    return retains == accepted && releases == accepted && deliveries <= accepted && late == 0;
+  }
+
+  std::atomic<int> retains = 0, releases = 0, deliveries = 0;
+  std::atomic<int> late = 0;  // delivered after the release
+
+ private:
+  static int32_t Invoke(void* context, uint32_t op, ObjectArg*, uint32_t) {
+    Counted& self = *static_cast<Counted*>(context);
+    if (op == OBJECT_OP_RETAIN) return ++self.retains, OBJECT_OK;
+    if (op == OBJECT_OP_RELEASE) return ++self.releases, OBJECT_OK;
+    if (self.releases != 0) ++self.late;
+    ++self.deliveries;
+    return OBJECT_OK;
+  }
+};
+
+Object Open(uint32_t serviceId) {
+  ObjectArg args[2] = {scripted::InputBuffer(&serviceId, sizeof(serviceId)), {}};
+  RootObject().invoke(nullptr, ROOT_OP_OPEN, args, kRootOpenCounts);
+  return args[1].object;
+}
+
+// The IDs that the library has heard lately: of requests that are being sent, are pending, answered or aborted.
+std::array<std::atomic<uint32_t>, 16> heard{};
+thread_local uint32_t heardHere = 0;
+
+void Hear(zv_loc_fw::VEXORequest& request) {
+  heardHere = request.getRequestId();
+  heard[heardHere % heard.size()] = heardHere;
+}
+
+class Misbehaviour {
+ public:
+  explicit Misbehaviour(unsigned seed) : random(seed) {
+    beacon.beaconElements.push_back(nullptr);
+    plain.infoList.push_back(nullptr);
+  }
+
+  // Sends a request, answers others and perhaps itself, and lets the handle go. False when its callback, or one of the
+  // last that were done with, was treated otherwise than it must be.
+  bool Request() {
+    Kept& kept = callbacks[next++ % callbacks.size()];
+    if (kept.callback != nullptr && !kept.callback->IsDone(kept.accepted)) return false;
+    kept.callback = std::make_unique<Counted>();
+    Counted& callback = *kept.callback;
+    TheLibrary().sendResult = Chance(16) ? 5 : 0;  // for whoever sends next
+    const Object handle = Send(callback);
+    kept.accepted = handle.invoke != nullptr;
+    if (Chance(4)) Respond(heardHere);
+    for (uint32_t i = random() % 4; i != 0; --i) Respond(heard[random() % heard.size()]);
+    if (Chance(4)) std::this_thread::yield();
+    refused += !kept.accepted;
+    if (!kept.accepted) return callback.IsDone(false);
+    ObjectRelease(handle);
+    // Whoever has taken the entry releases the callback, at the latest after a delivery that is in progress.
+    const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (callback.releases == 0 && std::chrono::steady_clock::now() < patience) std::this_thread::yield();
+    ++(callback.deliveries != 0 ? delivered : aborted);
+    return callback.IsDone(true);
+  }
+
+  int delivered = 0, aborted = 0, refused = 0;
+
+ private:
+  bool Chance(uint32_t oneIn) { return random() % oneIn == 0; }
+
+  // The handle; none when the request was refused.
+  Object Send(Counted& callback) {
+    const std::array<uint8_t, kDiscoveryScanParamsSize> params{};
+    const std::array<uint8_t, 52> node{};
+    const int64_t ts = 0;
+    ObjectArg args[6] = {};
+    uint32_t slot = 0;
+    const bool ranging = Chance(2);
+    if (ranging) {
+      args[slot++] = scripted::InputBuffer(node.data(), node.size());
+      args[slot++] = scripted::InputBuffer(&ts, sizeof(ts));
+    } else {
+      args[0] = scripted::InputBuffer(params.data(), params.size());
+      slot = 4;
+    }
+    args[slot].object = callback.AsObject();
+    const Object service = ranging ? rangingService : discoveryService;
+    service.invoke(service.context, 0, args, ranging ? kStartRangingScanCounts : kStartDiscoveryScanCounts);
+    return args[slot + 1].object;
+  }
+
+  void Respond(uint32_t id) {
+    zv_loc_fw::VEXOClientListener& listener = *TheLibrary().listener;
+    if (Chance(16)) return listener.responseReceived(nullptr);
+    if (Chance(16)) id = static_cast<uint32_t>(random());  // nobody's
+    if (Chance(2)) {
+      zv_loc_fw::VEXODiscoveryScanResponse response(id);
+      Fill(response.measurements);
+      listener.responseReceived(&response);
+      if (Chance(4)) listener.responseReceived(&response);
+    } else {
+      zv_loc_fw::VEXORangingScanResponse response(id);
+      Fill(response.measurements);
+      listener.responseReceived(&response);
+    }
+  }
+
+  // Of every kind, and with nothing where something belongs.
+  void Fill(zv_loc_fw::vector<zv_loc_fw::VEXOScanMeasurement*>& measurements) {
+    if (Chance(2)) return;
+    measurements.push_back(nullptr);
+    measurements.push_back(&plain);
+    measurements.push_back(&beacon);
+    measurements.push_back(&ranged);
+  }
+
+  std::minstd_rand random;
+  const Object discoveryService = Open(SERVICE_ID_DISCOVERY_SCAN);
+  const Object rangingService = Open(SERVICE_ID_RANGING_SCAN);
+  scripted::Measurement<zv_loc_fw::VEXOScanMeasurement> plain;
+  scripted::Measurement<zv_loc_fw::VEXOFullBeaconScanMeasurement> beacon;
+  scripted::Measurement<zv_loc_fw::VEXORangingScanMeasurement> ranged;
+  // Kept for a while after they are done with, so that a second release is seen.
+  struct Kept {
+    std::unique_ptr<Counted> callback;
+    bool accepted = false;
+  };
+  std::array<Kept, 64> callbacks;
+  size_t next = 0;
+};
+
+TEST(MisbehavingLibrary, LeavesEveryCallbackReleasedOnceAndInvokedAtMostOnce) {
+  VexoDispatcher::Get();
+  TheLibrary().Reset();
+  TheLibrary().forgets = true;
+  TheLibrary().onSend = Hear;
+  std::atomic<int> left = kRequests;
+  std::atomic<int> wrong = 0, delivered = 0, aborted = 0, refused = 0;
+  std::vector<std::thread> threads;
+  for (unsigned seed = 1; seed <= kThreads; ++seed) {
+    threads.emplace_back([&, seed] {
+      Misbehaviour misbehaviour(seed);
+      while (left.fetch_sub(1) > 0) wrong += !misbehaviour.Request();
+      for (size_t i = 0; i < 64; ++i) wrong += !misbehaviour.Request();  // looks at the last ones once more
+      delivered += misbehaviour.delivered;
+      aborted += misbehaviour.aborted;
+      refused += misbehaviour.refused;
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  TheLibrary().Reset();
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(TheLibrary().liveRequests, 0);
+  for (const int count : {delivered.load(), aborted.load(), refused.load()}) EXPECT_GT(count, kRequests / 100);
+  std::printf("%d delivered, %d aborted, %d refused\n", delivered.load(), aborted.load(), refused.load());
+}
+
+}  // namespace
