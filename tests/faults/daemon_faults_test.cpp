@@ -1,30 +1,20 @@
 // The daemon with its libraries and a client in one process, on a real socket: memory that runs out anywhere on a
 // request's road, and a service that ends anywhere on it.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
-#include <atomic>
-#include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 
 #include "client/client.h"
-#include "host/event/event.h"
-#include "host/fenksocket/service.h"
-#include "host/fenksocket/unique_fd.h"
 #include "host/vexo_client/capture/capture_writer.h"
-#include "platform/log.h"
-#include "service/root_object.h"
+#include "tests/faults/daemon.h"
 #include "tests/faults/fault_sweep.h"
 
 namespace {
 
+using faults::Daemon;
+using faults::EndTheService;
 using faults::Fault;
 using faults::FaultWindow;
 using faults::Require;
@@ -35,75 +25,6 @@ constexpr std::chrono::seconds kPatience{20};
 constexpr int64_t kNoTimeout = 3'600'000;
 constexpr kes::MacAddress kFirst{0x02, 0xA0, 0xC9, 0x11, 0x45, 0x01}, kSecond{0x02, 0xA0, 0xC9, 0x11, 0x45, 0x05},
     kCaptured{2, 0, 0, 0, 0, 1};
-
-// Set when the library has ended a periodic request: no handler waits for its last round, or no memory was left for it.
-Event lastRound;
-
-void Log(char level, const char* tag, const char* format, va_list arguments) {
-  char text[512];
-  std::vsnprintf(text, sizeof(text), format, arguments);
-  std::fprintf(stderr, "%c %s %s%s", level, tag, text, std::strchr(text, '\n') != nullptr ? "" : "\n");
-  if (std::strstr(text, "Unexpected request ID") != nullptr || std::strstr(text, "rounds are dropped") != nullptr) {
-    lastRound.Set();
-  }
-}
-
-// Needs no memory in the end.
-class ListeningSocket {
- public:
-  ListeningSocket() : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    Require(mkdtemp(directory.data()) != nullptr, "there is a temporary directory");
-    path = directory + "/socket";
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    Require(bind(socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0, "the socket is bound");
-  }
-  ~ListeningSocket() {
-    unlink(path.c_str());
-    rmdir(directory.c_str());
-  }
-  int Fd() const { return socket.Get(); }
-  const std::string& Path() const { return path; }
-
- private:
-  std::string directory = "/tmp/kesd-faults-XXXXXX";
-  std::string path;
-  const fenk::UniqueFd socket;
-};
-
-std::atomic<fenk::Service*> running = nullptr;
-
-void EndTheService() {
-  if (fenk::Service* const service = running.exchange(nullptr)) service->Stop();
-}
-
-// kesd, and a thread that joins its service as main does.
-class Daemon {
- public:
-  explicit Daemon(const char* source) { setenv("VEXO_SOURCE", source, 1); }
-  ~Daemon() { End(); }
-
-  bool Start() {
-    service = fenk::Service::Start(socket.Fd(), RootObject(), {});
-    return service != nullptr;
-  }
-  void Serve() {
-    running = service.get();
-    joining = std::thread([this] { service->Join(); });
-  }
-  void End() {
-    running = nullptr;
-    if (service) service->Stop();
-    if (joining.joinable()) joining.join();
-  }
-  kes::Result<kes::Client> Connect() const { return kes::Client::Connect(socket.Path()); }
-
- private:
-  const ListeningSocket socket;
-  std::unique_ptr<fenk::Service> service;
-  std::thread joining;
-};
 
 template <typename Scan, typename Request>
 struct Question {
@@ -221,7 +142,7 @@ void SweepRequest(const char* name, const Scene& scene, const Asked& question, c
       outcome = Ask(*client, question);
       if constexpr (requires { question.request.periodic; }) {
         const bool another = question.request.periodic && outcome == Outcome::kWhole;
-        Require(!another || lastRound.Wait(fenk::Clock::now() + kPatience), "every round ends");
+        Require(!another || faults::lastRound.Wait(fenk::Clock::now() + kPatience), "every round ends");
       }
     }
     if (fault.failures == 0 && fault.event == nullptr) Require(outcome == Outcome::kWhole, "the result is whole");
@@ -368,20 +289,3 @@ TEST(DaemonFaults, WhileEverythingEnds) {
 }
 
 }  // namespace
-
-namespace zv_loc_fw {
-
-#define KESD_FAULTS_LOG(function, level)                    \
-  void function(const char* tag, const char* format, ...) { \
-    va_list arguments;                                      \
-    va_start(arguments, format);                            \
-    Log(level, tag, format, arguments);                     \
-    va_end(arguments);                                      \
-  }
-KESD_FAULTS_LOG(log_debug, 'D')
-KESD_FAULTS_LOG(log_info, 'I')
-KESD_FAULTS_LOG(log_warning, 'W')
-KESD_FAULTS_LOG(log_error, 'E')
-#undef KESD_FAULTS_LOG
-
-}  // namespace zv_loc_fw
