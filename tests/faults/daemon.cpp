@@ -43,11 +43,13 @@ ListeningSocket::ListeningSocket() : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK
   address.sun_family = AF_UNIX;
   path.copy(address.sun_path, sizeof(address.sun_path) - 1);
   Require(bind(socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0, "the socket is bound");
-}
-
-ListeningSocket::~ListeningSocket() {
-  unlink(path.c_str());
-  rmdir(directory.c_str());
+  static char boundTo[sizeof(address.sun_path)];
+  std::strcpy(boundTo, path.c_str());
+  (void)std::atexit([] {
+    unlink(boundTo);
+    *std::strrchr(boundTo, '/') = '\0';
+    rmdir(boundTo);
+  });
 }
 
 Daemon::Daemon(const char* source) { setenv("VEXO_SOURCE", source, 1); }

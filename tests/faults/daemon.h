@@ -16,11 +16,10 @@ namespace faults {
 // Set when the library has ended a periodic request: no handler waits for its last round, or no memory was left for it.
 inline Event lastRound;
 
-// Needs no memory in the end.
+// One in a process. Its file goes when the process exits, in whatever way, which needs no memory.
 class ListeningSocket {
  public:
   ListeningSocket();
-  ~ListeningSocket();
   int Fd() const { return socket.Get(); }
   const std::string& Path() const { return path; }
 
