@@ -58,6 +58,16 @@ StatusWords WordsFor(wifi::ScanStatus status) {
       return {"bad response", "The daemon's Wi-Fi library answered with something else; look into the daemon's log."};
     case wifi::ScanStatus::kInvalidRequest:
       return {"invalid request", "The measurement source cannot serve these channels or filters; try fewer."};
+    case wifi::ScanStatus::kInterfaceGone:
+      return {"no interface", "The daemon's radio has no network interface now; plug it in, or name another one."};
+    case wifi::ScanStatus::kInterfaceDown:
+      return {"interface down", "The radio's network interface is down; try: ip link set INTERFACE up"};
+    case wifi::ScanStatus::kRadioBlocked:
+      return {"radio blocked", "The radio is turned off; try: rfkill unblock wifi, or look for a switch or key."};
+    case wifi::ScanStatus::kWrongInterface:
+      return {"wrong interface", "The daemon was given an interface that cannot scan; give it a managed Wi-Fi one."};
+    case wifi::ScanStatus::kNotPermitted:
+      return {"not permitted", "The daemon may not use the radio; it needs the capability CAP_NET_ADMIN."};
   }
   return {"unknown", "The daemon's Wi-Fi library is newer than this kesctl; look into the daemon's log."};
 }

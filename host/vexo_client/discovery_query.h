@@ -33,6 +33,12 @@ class DiscoveryFilters {
 
   bool ListsSsid(const Ssid& ssid) const;
 
+  bool ListsChannels() const { return byChannel; }
+
+  // The lists, in ascending order.
+  const std::vector<Ssid>& Ssids() const { return ssids; }
+  const std::vector<uint64_t>& MacAddresses() const { return macAddresses; }
+
  private:
   wifi::Band band;
   bool byChannel = false, bySsid = false, byMac = false;

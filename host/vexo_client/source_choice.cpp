@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/vexo_client/capture_source.h"
+#include "host/vexo_client/radio_source.h"
 #include "host/vexo_client/scene/scene_options.h"
 #include "host/vexo_client/scene/scene_source.h"
 #include "platform/log.h"
@@ -34,8 +35,8 @@ class UnavailableSource final : public MeasurementSource {
 
 std::unique_ptr<MeasurementSource> Refuse(std::string_view choice, const std::string& reason, Scheduler& scheduler) {
   zv_loc_fw::log_error(kTag,
-                       "VEXO_SOURCE=\"%.*s\": %s; admitted are scene, scene:KEY=VALUE,... (keys %s) and capture:FILE; "
-                       "every request will be answered as unavailable\n",
+                       "VEXO_SOURCE=\"%.*s\": %s; admitted are scene, scene:KEY=VALUE,... (keys %s), capture:FILE and "
+                       "nl80211:INTERFACE; every request will be answered as unavailable\n",
                        static_cast<int>(choice.size()), choice.data(), reason.c_str(), kSceneOptionKeys);
   return std::make_unique<UnavailableSource>(scheduler);
 }
@@ -60,6 +61,14 @@ std::unique_ptr<MeasurementSource> MakeSource(std::string_view choice, Scheduler
     if (rest.empty()) return Refuse(choice, "no file is named", scheduler);
     zv_loc_fw::log_info(kTag, "measuring the capture %.*s\n", static_cast<int>(rest.size()), rest.data());
     return std::make_unique<CaptureSource>(std::string(rest), scheduler);
+  }
+  if (kind == "nl80211") {
+    if (rest.empty()) return Refuse(choice, "no interface is named", scheduler);
+    auto source = std::make_unique<RadioSource>(scheduler);
+    std::string error;
+    if (!source->Open(std::string(rest), error)) return Refuse(choice, error, scheduler);
+    zv_loc_fw::log_info(kTag, "measuring with the radio of %.*s\n", static_cast<int>(rest.size()), rest.data());
+    return source;
   }
   return Refuse(choice, "there is no such source", scheduler);
 }

@@ -29,8 +29,15 @@ constexpr uint32_t ChannelOfFrequency(uint32_t frequencyMhz) {
   return 0;
 }
 
+// Whether an access point of the 6 GHz band that is not announced on another band is to be found here (26.17.2.3.3).
+constexpr bool IsPreferredScanningChannel(uint32_t frequencyMhz) {
+  return Is6GHz(frequencyMhz) && frequencyMhz >= 5975 && (frequencyMhz - 5975) % 80 == 0;
+}
+
 static_assert(FrequencyOfChannel(6) == 2437 && FrequencyOfChannel(36) == 5180 && FrequencyOfChannel(15) == 0);
 static_assert(ChannelOfFrequency(2437) == 6 && ChannelOfFrequency(5885) == 177 && ChannelOfFrequency(5955) == 1);
+static_assert(IsPreferredScanningChannel(5975) && IsPreferredScanningChannel(7095) &&
+              !IsPreferredScanningChannel(5955));
 
 }  // namespace wifi
 

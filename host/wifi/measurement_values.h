@@ -11,12 +11,18 @@ namespace wifi {
 // `scanStatus` of a response.
 enum class ScanStatus : uint32_t {
   kOk = 0,
-  kFailed = 1,         // the source began and could not finish
-  kTimedOut = 2,       // the request's timeout passed first
-  kUnsupported = 3,    // this source never serves such a request
-  kUnavailable = 4,    // the source cannot be read at the moment
-  kBadResponse = 5,    // the daemon's own: the library's response was missing or of the wrong type
-  kInvalidRequest = 6  // a parameter that no source can serve, such as a channel that does not exist
+  kFailed = 1,          // the source began and could not finish
+  kTimedOut = 2,        // the request's timeout passed first
+  kUnsupported = 3,     // this source never serves such a request
+  kUnavailable = 4,     // the source cannot be read at the moment
+  kBadResponse = 5,     // the daemon's own: the library's response was missing or of the wrong type
+  kInvalidRequest = 6,  // a parameter that no source can serve, such as a channel that does not exist
+  // Why a radio of the machine cannot serve at the moment.
+  kInterfaceGone = 7,    // there is no network interface of its name
+  kInterfaceDown = 8,    // its interface is not up
+  kRadioBlocked = 9,     // by rfkill: a switch, a key or a program has turned radios off
+  kWrongInterface = 10,  // its interface is none of a radio, or of a type that cannot scan
+  kNotPermitted = 11     // the daemon lacks the capability CAP_NET_ADMIN
 };
 
 inline constexpr int32_t kSignalUnknown = std::numeric_limits<int32_t>::min();

@@ -1,0 +1,31 @@
+// A radio's interface: what it is, and why it cannot scan.
+#ifndef KESD_HOST_VEXO_CLIENT_NL80211_INTERFACE_H_
+#define KESD_HOST_VEXO_CLIENT_NL80211_INTERFACE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/vexo_client/nl80211/netlink.h"
+#include "host/wifi/measurement_values.h"
+
+namespace vexo_host::nl80211 {
+
+struct Interface {
+  uint32_t index = 0;
+  uint32_t wiphy = 0;
+  size_t maxScanSsids = 1;
+  std::vector<uint32_t> frequenciesMhz;  // that the radio may listen on now
+};
+
+// Looks the interface up by its name, anew each time: it may have gone and come back as another one. kOk, or why it
+// cannot serve. Throws std::bad_alloc.
+wifi::ScanStatus LookUp(const std::string& name, Netlink& netlink, Interface& interface);
+
+// What the kernel's refusal of a command on the interface means to a client.
+wifi::ScanStatus StatusOf(int error, const std::string& name);
+
+}  // namespace vexo_host::nl80211
+
+#endif  // KESD_HOST_VEXO_CLIENT_NL80211_INTERFACE_H_

@@ -1,0 +1,36 @@
+// A radio of this machine. This is the interface of libvexo_nl80211.so, which the location client library loads when
+// its source is a radio, so that nobody else pays for the library that talks to the kernel.
+#ifndef KESD_HOST_VEXO_CLIENT_NL80211_RADIO_H_
+#define KESD_HOST_VEXO_CLIENT_NL80211_RADIO_H_
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "host/vexo_client/bss.h"
+#include "host/vexo_client/discovery_query.h"
+#include "host/vexo_client/nl80211/scan_queue.h"
+#include "host/wifi/measurement_values.h"
+
+namespace vexo_host::nl80211 {
+
+using ScanRequests = std::vector<std::shared_ptr<ScanRequest>>;
+
+// What one scan found, for all whom it serves. On the radio's thread: it must not wait. Throws nothing.
+using ScanReport = std::function<void(ScanRequests served, wifi::ScanStatus status, std::vector<Bss> found)>;
+
+class Radio {
+ public:
+  // Ends a scan of its own that runs; requests that were not answered are dropped.
+  virtual ~Radio() = default;
+
+  // Any thread; does not wait. False when there is no memory.
+  virtual bool StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept = 0;
+};
+
+// The radio with the network interface `name`, which need not be there yet. Null when there is no memory, or no thread.
+extern "C" Radio* vexo_open_radio(const char* name, const ScanReport* report);
+
+}  // namespace vexo_host::nl80211
+
+#endif  // KESD_HOST_VEXO_CLIENT_NL80211_RADIO_H_

@@ -1,0 +1,41 @@
+#include "host/vexo_client/nl80211/scan_queue.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace vexo_host::nl80211 {
+
+void ScanQueue::Add(const std::shared_ptr<ScanRequest>& request, const std::vector<ScanPlan>& plans, size_t maxSsids) {
+  request->scansLeft = plans.size();
+  for (const ScanPlan& plan : plans) Add(request, plan, maxSsids);
+}
+
+void ScanQueue::Add(const std::shared_ptr<ScanRequest>& request, const ScanPlan& plan, size_t maxSsids) {
+  const auto covering =
+      std::find_if(turns.begin(), turns.end(), [&](const ScanTurn& turn) { return Covers(turn.plan, plan); });
+  if (covering != turns.end()) {
+    covering->requests.push_back(request);
+    return;
+  }
+  for (auto turn = turns.begin() + (hasCurrent ? 1 : 0); turn != turns.end(); ++turn) {
+    if (!Merge(turn->plan, plan, maxSsids)) continue;
+    turn->requests.push_back(request);
+    return;
+  }
+  turns.push_back({plan, {request}});
+}
+
+const ScanTurn* ScanQueue::Begin() {
+  hasCurrent = !turns.empty();
+  return Current();
+}
+
+std::vector<std::shared_ptr<ScanRequest>> ScanQueue::End() {
+  std::vector<std::shared_ptr<ScanRequest>> served = std::move(turns.front().requests);
+  turns.pop_front();
+  hasCurrent = false;
+  std::erase_if(served, [](const auto& request) { return --request->scansLeft > 0; });
+  return served;
+}
+
+}  // namespace vexo_host::nl80211

@@ -1,0 +1,51 @@
+// The requests that wait for a radio, which scans once at a time.
+#ifndef KESD_HOST_VEXO_CLIENT_NL80211_SCAN_QUEUE_H_
+#define KESD_HOST_VEXO_CLIENT_NL80211_SCAN_QUEUE_H_
+
+#include <deque>
+#include <memory>
+#include <vector>
+
+#include "host/vexo_client/nl80211/scan_plan.h"
+#include "host/vexo_client/source.h"
+
+namespace vexo_host::nl80211 {
+
+// A discovery request, which its last scan answers.
+struct ScanRequest {
+  ScanDone done;
+  size_t scansLeft = 0;
+};
+
+// A scan, running or waiting, and whom it serves.
+struct ScanTurn {
+  ScanPlan plan;
+  std::vector<std::shared_ptr<ScanRequest>> requests;
+};
+
+// Not thread-safe.
+class ScanQueue {
+ public:
+  // A plan that the running or a waiting scan covers joins it; else it widens a waiting one where one scan serves both;
+  // else it waits behind the others. Throws std::bad_alloc.
+  void Add(const std::shared_ptr<ScanRequest>& request, const std::vector<ScanPlan>& plans, size_t maxSsids);
+
+  // The scan that runs, or is about to; null when there is none.
+  const ScanTurn* Current() const { return hasCurrent ? &turns.front() : nullptr; }
+
+  // Makes the longest waiting scan the current one; null when none waits. There must be no current one.
+  const ScanTurn* Begin();
+
+  // Ends the current scan, and gives those whose last one it was.
+  std::vector<std::shared_ptr<ScanRequest>> End();
+
+ private:
+  void Add(const std::shared_ptr<ScanRequest>& request, const ScanPlan& plan, size_t maxSsids);
+
+  std::deque<ScanTurn> turns;
+  bool hasCurrent = false;  // the first one
+};
+
+}  // namespace vexo_host::nl80211
+
+#endif  // KESD_HOST_VEXO_CLIENT_NL80211_SCAN_QUEUE_H_

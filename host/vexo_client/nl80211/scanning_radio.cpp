@@ -1,0 +1,330 @@
+#include "host/vexo_client/nl80211/scanning_radio.h"
+
+#include <net/if.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <system_error>
+#include <utility>
+
+#include "host/fenksocket/poll_timeout.h"
+#include "host/vexo_client/nl80211/bss_entry.h"
+#include "host/wifi/channels.h"
+#include "platform/log.h"
+
+namespace vexo_host::nl80211 {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using wifi::ScanStatus;
+
+constexpr char kTag[] = "vexo_client";
+
+// A passive scan of all channels of the 2.4 and 5 GHz bands takes about 5 s, and one with 6 GHz twice that; an end
+// event can get lost.
+constexpr seconds kScanTime{10};
+constexpr seconds kScanTime6GHz{20};
+constexpr seconds kAbortTime{2};
+// Somebody else's scan ends with an event, which can get lost too. Nobody scans for longer than this in one go.
+constexpr seconds kOthersTime{3};
+constexpr seconds kOthersInAll{60};
+constexpr int kMaxRetries = 2;
+constexpr int kMaxDumps = 10;
+constexpr milliseconds kClockSlack{20};  // of the time at which the driver says that it received a frame
+
+bool Includes6GHz(const ScanPlan& plan) {
+  return !plan.frequenciesMhz.empty() && wifi::Is6GHz(*plan.frequenciesMhz.rbegin());
+}
+
+Message TriggerMessage(const Netlink& netlink, uint32_t interface, const ScanPlan& plan) {
+  Message message = netlink.New(NL80211_CMD_TRIGGER_SCAN);
+  nl_msg* const to = message.get();
+  bool fits = nla_put_u32(to, NL80211_ATTR_IFINDEX, interface) == 0;
+  nlattr* nest = nla_nest_start(to, NL80211_ATTR_SCAN_FREQUENCIES);
+  fits = fits && nest != nullptr;
+  int number = 0;
+  for (const uint32_t frequency : plan.frequenciesMhz) fits = fits && nla_put_u32(to, ++number, frequency) == 0;
+  if (fits) nla_nest_end(to, nest);
+  if (!plan.IsPassive()) {
+    nest = nla_nest_start(to, NL80211_ATTR_SCAN_SSIDS);
+    fits = fits && nest != nullptr;
+    number = 0;
+    for (const Ssid& ssid : plan.ssids) {
+      fits = fits && nla_put(to, ++number, static_cast<int>(ssid.size()), ssid.data()) == 0;
+    }
+    if (fits) nla_nest_end(to, nest);
+  }
+  if (plan.bssid != 0) {
+    uint8_t octets[6];
+    for (size_t i = 0; i < sizeof(octets); ++i) octets[i] = static_cast<uint8_t>(plan.bssid >> (8 * (5 - i)));
+    fits = fits && nla_put(to, NL80211_ATTR_MAC, sizeof(octets), octets) == 0 &&
+           nla_put(to, NL80211_ATTR_BSSID, sizeof(octets), octets) == 0;
+  }
+  if (Includes6GHz(plan)) {
+    fits = fits && nla_put_u32(to, NL80211_ATTR_SCAN_FLAGS, NL80211_SCAN_FLAG_COLOCATED_6GHZ) == 0;
+  }
+  if (!fits) throw std::bad_alloc();
+  return message;
+}
+
+}  // namespace
+
+ScanningRadio::ScanningRadio(std::string someName, ScanReport someReport)
+    : name(std::move(someName)), report(std::move(someReport)) {}
+
+ScanningRadio::~ScanningRadio() {
+  {
+    const kesd::MutexLock lock(mutex);
+    stopping = true;
+  }
+  eventfd_write(wake.Get(), 1);
+  if (thread.joinable()) thread.join();
+}
+
+bool ScanningRadio::Start() {
+  wake.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!wake.IsOpen()) return false;
+  try {
+    thread = std::thread([this] { Run(); });
+  } catch (const std::system_error&) {
+    return false;
+  }
+  return true;
+}
+
+bool ScanningRadio::StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept try {
+  {
+    const kesd::MutexLock lock(mutex);
+    inbox.push_back({std::move(query), std::move(done)});
+  }
+  eventfd_write(wake.Get(), 1);
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
+}
+
+void ScanningRadio::Run() {
+  while (TakeWanted()) {
+    if (state == State::kIdle) Begin();
+    pollfd ready[] = {{wake.Get(), POLLIN, 0}, {events ? events->Descriptor() : -1, POLLIN, 0}};
+    const auto deadline = state == State::kIdle ? std::nullopt : std::optional(due);
+    if (poll(ready, 2, fenk::PollTimeout(deadline)) < 0 && errno != EINTR) {
+      zv_loc_fw::log_error(kTag, "%s: cannot wait for the radio: %s\n", name.c_str(), strerrordesc_np(errno));
+    }
+    eventfd_t ignored;
+    if ((ready[0].revents & POLLIN) != 0) (void)eventfd_read(wake.Get(), &ignored);
+    if (ready[1].revents != 0) TakeEvents();
+    if (state != State::kIdle && Clock::now() >= due) Continue(Clock::now());
+  }
+  if (state == State::kScanning) Abort();
+}
+
+// False when it is time to end.
+bool ScanningRadio::TakeWanted() {
+  std::vector<Wanted> taken;
+  {
+    const kesd::MutexLock lock(mutex);
+    if (stopping) return false;
+    taken.swap(inbox);
+  }
+  for (Wanted& wanted : taken) Take(std::move(wanted));
+  return true;
+}
+
+void ScanningRadio::Take(Wanted wanted) {
+  ScanStatus status = ScanStatus::kFailed;
+  auto request = std::make_shared<ScanRequest>(ScanRequest{std::move(wanted.done)});
+  try {
+    Interface found;
+    status = OpenNetlink() ? LookUp(name, *commands, found) : ScanStatus::kUnavailable;
+    if (status == ScanStatus::kOk) {
+      interface = std::move(found);
+      const auto plans = PlansFor(*wanted.query, interface.frequenciesMhz, interface.maxScanSsids);
+      if (!plans.empty()) {
+        queue.Add(request, plans, interface.maxScanSsids);
+        return;
+      }
+      status = ScanStatus::kUnsupported;  // no channel that the radio may listen on is admitted
+    }
+  } catch (const std::bad_alloc&) {
+    status = ScanStatus::kFailed;
+  }
+  report({std::move(request)}, status, {});
+}
+
+bool ScanningRadio::OpenNetlink() {
+  if (commands) return true;
+  int error = 0;
+  if (error = commands.emplace().Open(); error == 0) error = events.emplace().Open();
+  if (error == 0) error = events->Join(NL80211_MULTICAST_GROUP_SCAN);
+  if (error == 0) error = events->Join(NL80211_MULTICAST_GROUP_CONFIG);
+  if (error == 0) return true;
+  commands.reset();
+  events.reset();
+  zv_loc_fw::log_error(kTag, "%s: the kernel's nl80211 is not to be had: %s\n", name.c_str(), strerrordesc_np(error));
+  return false;
+}
+
+// Begins the scan that has waited longest.
+void ScanningRadio::Begin() {
+  while (state == State::kIdle && queue.Begin() != nullptr) {
+    begun = Clock::now();
+    retries = 0;
+    Trigger();
+  }
+}
+
+// Asks for the current scan.
+void ScanningRadio::Trigger() {
+  int error = ENOMEM;
+  const ScanPlan& plan = queue.Current()->plan;
+  started = Clock::now();
+  interface.index =
+      if_nametoindex(name.c_str());  // it may have been made anew since; without one it is 0, which none has
+  try {
+    error = commands->Ask(TriggerMessage(*commands, interface.index, plan));
+  } catch (const std::bad_alloc&) {
+    // It is told like any other refusal.
+  }
+  if (error == 0) {
+    state = State::kScanning;
+    due = started + (Includes6GHz(plan) ? kScanTime6GHz : kScanTime);
+  } else if (error == EBUSY && started - begun < kOthersInAll) {
+    state = State::kWaiting;
+    due = started + kOthersTime;
+  } else {
+    const std::string& why = commands->Explanation();
+    zv_loc_fw::log_warning(kTag, "%s: the kernel refuses to scan: %s%s%s\n", name.c_str(), strerrordesc_np(error),
+                           why.empty() ? "" : ": ", why.c_str());
+    End(StatusOf(error, name));
+  }
+}
+
+// What was to come by `due` did not.
+void ScanningRadio::Continue(Clock::time_point now) {
+  switch (state) {
+    case State::kIdle:
+      break;
+    case State::kWaiting:
+      Trigger();
+      break;
+    case State::kScanning:
+      zv_loc_fw::log_warning(kTag, "%s: a scan does not end, it is aborted\n", name.c_str());
+      state = State::kAborting;
+      due = now + kAbortTime;
+      if (Abort() != 0) Finish();  // nothing runs: its end was missed
+      break;
+    case State::kAborting:
+      Finish();
+      break;
+  }
+}
+
+void ScanningRadio::TakeEvents() {
+  bool ended = false, aborted = false, unclear = false;
+  const int error = events->Receive([&](uint8_t command, const Attributes& attributes) {
+    const nlattr* const wiphy = attributes[NL80211_ATTR_WIPHY];
+    if (wiphy == nullptr || nla_get_u32(wiphy) != interface.wiphy) return;
+    if (command == NL80211_CMD_NEW_SCAN_RESULTS) ended = true;
+    if (command == NL80211_CMD_SCAN_ABORTED) ended = aborted = true;
+    if (command == NL80211_CMD_DEL_INTERFACE || command == NL80211_CMD_DEL_WIPHY) unclear = true;
+  });
+  if (error == ENOBUFS) unclear = true;  // an end may be among what was lost
+  if (ended) {
+    ScanEnded(aborted);
+  } else if (unclear && state != State::kIdle) {
+    due = std::min(due, Clock::now() + kAbortTime);
+  }
+}
+
+// A scan on the radio came to its end; there is never more than one.
+void ScanningRadio::ScanEnded(bool aborted) {
+  switch (state) {
+    case State::kIdle:
+      break;
+    case State::kWaiting:
+      Trigger();
+      break;
+    case State::kScanning:
+      if (aborted && retries++ < kMaxRetries) {
+        Trigger();
+      } else if (aborted) {
+        End(ScanStatus::kFailed);
+      } else {
+        Finish();
+      }
+      break;
+    case State::kAborting:
+      Finish();
+      break;
+  }
+}
+
+int ScanningRadio::Abort() try {
+  Message message = commands->New(NL80211_CMD_ABORT_SCAN);
+  if (nla_put_u32(message.get(), NL80211_ATTR_IFINDEX, interface.index) != 0) return ENOMEM;
+  return commands->Ask(std::move(message));
+} catch (const std::bad_alloc&) {
+  return ENOMEM;
+}
+
+// Answers with what the scan heard.
+void ScanningRadio::Finish() {
+  std::vector<Bss> found;
+  int error = ENOMEM;
+  try {
+    error = ReadResults(found);
+  } catch (const std::bad_alloc&) {
+    found.clear();
+  }
+  ScanStatus status = StatusOf(error, name);
+  // Of a scan whose end was never told, nothing heard says nothing about what there is.
+  if (status == ScanStatus::kOk && state == State::kAborting && found.empty()) status = ScanStatus::kFailed;
+  if (error != 0) zv_loc_fw::log_warning(kTag, "%s: no scan results: %s\n", name.c_str(), strerrordesc_np(error));
+  End(status, std::move(found));
+}
+
+void ScanningRadio::End(ScanStatus status, std::vector<Bss> found) {
+  state = State::kIdle;
+  ScanRequests served = queue.End();
+  if (!served.empty()) report(std::move(served), status, std::move(found));
+}
+
+// What was heard since the scan was triggered: the kernel keeps older entries too.
+int ScanningRadio::ReadResults(std::vector<Bss>& found) {
+  for (int dump = 0; dump < kMaxDumps; ++dump) {
+    found.clear();
+    Message message = commands->New(NL80211_CMD_GET_SCAN, NLM_F_DUMP);
+    if (nla_put_u32(message.get(), NL80211_ATTR_IFINDEX, interface.index) != 0) return ENOMEM;
+    bool outOfMemory = false;
+    const Instant now = Instant::Now();
+    const int error = commands->Ask(std::move(message), [&](uint8_t, const Attributes& attributes) {
+      try {
+        std::optional<Bss> bss = ReadBssEntry(attributes[NL80211_ATTR_BSS], now);
+        if (bss && bss->takenAt >= started - kClockSlack) found.push_back(std::move(*bss));
+      } catch (const std::bad_alloc&) {
+        outOfMemory = true;
+      }
+    });
+    if (outOfMemory) return ENOMEM;
+    if (error == EAGAIN) continue;
+    if (error == 0) MergeHidden(found);
+    return error;
+  }
+  return EAGAIN;
+}
+
+Radio* vexo_open_radio(const char* name, const ScanReport* report) try {
+  auto radio = std::make_unique<ScanningRadio>(name, *report);
+  return radio->Start() ? radio.release() : nullptr;
+} catch (const std::exception&) {
+  return nullptr;
+}
+
+}  // namespace vexo_host::nl80211

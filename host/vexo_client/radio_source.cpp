@@ -1,0 +1,61 @@
+#include "host/vexo_client/radio_source.h"
+
+#include <dlfcn.h>
+
+#include <new>
+#include <utility>
+
+#include "platform/log.h"
+
+namespace vexo_host {
+namespace {
+
+using wifi::ScanStatus;
+
+constexpr char kTag[] = "vexo_client";
+constexpr char kModule[] = "libvexo_nl80211.so";
+
+}  // namespace
+
+bool RadioSource::Open(const std::string& interface, std::string& error) {
+  void* const module = dlopen(kModule, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+  void* const symbol = module == nullptr ? nullptr : dlsym(module, "vexo_open_radio");
+  if (symbol == nullptr) {
+    const char* reason = dlerror();
+    error = reason != nullptr ? reason : std::string(kModule) + " could not be loaded";
+    return false;
+  }
+  const nl80211::ScanReport report = [this](nl80211::ScanRequests served, ScanStatus status, std::vector<Bss> found) {
+    Report(std::move(served), status, std::move(found));
+  };
+  radio.reset(reinterpret_cast<decltype(&nl80211::vexo_open_radio)>(symbol)(interface.c_str(), &report));
+  if (radio == nullptr) error = "no memory, descriptor or thread for the radio";
+  return radio != nullptr;
+}
+
+void RadioSource::Report(nl80211::ScanRequests served, ScanStatus status, std::vector<Bss> found) noexcept {
+  BssList list;
+  try {
+    list = MakeBssList(std::move(found));
+  } catch (const std::bad_alloc&) {
+    status = ScanStatus::kFailed;
+  }
+  for (const auto& request : served) {
+    bool kept = false;
+    try {
+      kept = scheduler.Now([request, status, list] { request->done(status, list); });
+    } catch (const std::bad_alloc&) {
+      // As when the scheduler has none.
+    }
+    // Not called here: this thread may not wait, and at the end nobody may be called any more.
+    if (!kept) zv_loc_fw::log_error(kTag, "a scan's result is dropped: no memory, or this is the end\n");
+  }
+}
+
+bool RadioSource::StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept try {
+  return scheduler.Now([done = std::move(done)] { done(ScanStatus::kUnsupported, {}); });
+} catch (const std::bad_alloc&) {
+  return false;
+}
+
+}  // namespace vexo_host
