@@ -45,7 +45,7 @@ std::vector<ScanPlan> PlansFor(const DiscoveryQuery& query, const std::vector<ui
   std::vector<ScanPlan> plans;
   for (const Ssid& ssid : query.filters.Ssids()) {
     if (plans.empty() || plans.back().ssids.size() >= maxSsids) plans.push_back(plan);
-    plans.back().ssids.insert(ssid);
+    plans.back().ssids.emplace(ssid.begin(), ssid.end());
   }
   if (plans.empty()) {
     plan.ssids.emplace();

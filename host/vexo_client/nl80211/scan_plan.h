@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "host/vexo_client/discovery_query.h"
@@ -14,8 +15,8 @@ namespace vexo_host::nl80211 {
 // One scan as the kernel takes it (NL80211_CMD_TRIGGER_SCAN).
 struct ScanPlan {
   std::set<uint32_t> frequenciesMhz;
-  std::set<Ssid> ssids;  // to probe for, the wildcard (empty) among them; none in a passive scan
-  uint64_t bssid = 0;    // to probe alone; 0 for all
+  std::set<std::string> ssids;  // octets, to probe for; the wildcard is empty; none in a passive scan
+  uint64_t bssid = 0;           // to probe alone; 0 for all
 
   bool IsPassive() const { return ssids.empty(); }
 };
@@ -30,8 +31,8 @@ bool Merge(ScanPlan& plan, const ScanPlan& wanted, size_t maxSsids);
 
 // The scans that `query` takes on a radio of these frequencies, none when none of them is admitted: more than one only
 // when it lists more SSIDs than a scan takes. Of the 6 GHz band the preferred scanning channels alone, unless channels
-// are listed: on most of the others nobody may send before he has heard somebody, which takes 8 s for all of them. Throws
-// std::bad_alloc.
+// are listed: on most of the others nobody may send before he has heard somebody, which takes 8 s for all of them.
+// Throws std::bad_alloc.
 std::vector<ScanPlan> PlansFor(const DiscoveryQuery& query, const std::vector<uint32_t>& radioFrequenciesMhz,
                                size_t maxSsids);
 

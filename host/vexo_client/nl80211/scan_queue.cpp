@@ -25,9 +25,17 @@ void ScanQueue::Add(const std::shared_ptr<ScanRequest>& request, const ScanPlan&
   turns.push_back({plan, {request}});
 }
 
-const ScanTurn* ScanQueue::Begin() {
+const ScanTurn* ScanQueue::Begin(std::chrono::steady_clock::time_point now) {
   hasCurrent = !turns.empty();
-  return Current();
+  if (!hasCurrent) return nullptr;
+  for (const auto& request : turns.front().requests) request->since = std::min(request->since, now);
+  return &turns.front();
+}
+
+std::chrono::steady_clock::time_point ScanQueue::Since() const {
+  auto since = std::chrono::steady_clock::time_point::max();
+  for (const auto& request : turns.front().requests) since = std::min(since, request->since);
+  return since;
 }
 
 std::vector<std::shared_ptr<ScanRequest>> ScanQueue::End() {

@@ -2,6 +2,7 @@
 #ifndef KESD_HOST_VEXO_CLIENT_NL80211_SCAN_QUEUE_H_
 #define KESD_HOST_VEXO_CLIENT_NL80211_SCAN_QUEUE_H_
 
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <vector>
@@ -11,10 +12,11 @@
 
 namespace vexo_host::nl80211 {
 
-// A discovery request, which its last scan answers.
+// A discovery request, which its last scan answers with what was heard since the first one began.
 struct ScanRequest {
   ScanDone done;
   size_t scansLeft = 0;
+  std::chrono::steady_clock::time_point since = std::chrono::steady_clock::time_point::max();
 };
 
 // A scan, running or waiting, and whom it serves.
@@ -33,8 +35,11 @@ class ScanQueue {
   // The scan that runs, or is about to; null when there is none.
   const ScanTurn* Current() const { return hasCurrent ? &turns.front() : nullptr; }
 
-  // Makes the longest waiting scan the current one; null when none waits. There must be no current one.
-  const ScanTurn* Begin();
+  // Makes the longest waiting scan the current one, from `now` on; null when none waits. There must be no current one.
+  const ScanTurn* Begin(std::chrono::steady_clock::time_point now);
+
+  // Since when the current scan's requests want to know what was heard.
+  std::chrono::steady_clock::time_point Since() const;
 
   // Ends the current scan, and gives those whose last one it was.
   std::vector<std::shared_ptr<ScanRequest>> End();

@@ -55,7 +55,7 @@ Message TriggerMessage(const Netlink& netlink, uint32_t interface, const ScanPla
     nest = nla_nest_start(to, NL80211_ATTR_SCAN_SSIDS);
     fits = fits && nest != nullptr;
     number = 0;
-    for (const Ssid& ssid : plan.ssids) {
+    for (const std::string& ssid : plan.ssids) {
       fits = fits && nla_put(to, ++number, static_cast<int>(ssid.size()), ssid.data()) == 0;
     }
     if (fits) nla_nest_end(to, nest);
@@ -173,8 +173,7 @@ bool ScanningRadio::OpenNetlink() {
 
 // Begins the scan that has waited longest.
 void ScanningRadio::Begin() {
-  while (state == State::kIdle && queue.Begin() != nullptr) {
-    begun = Clock::now();
+  while (state == State::kIdle && queue.Begin(begun = Clock::now()) != nullptr) {
     retries = 0;
     Trigger();
   }
@@ -184,7 +183,7 @@ void ScanningRadio::Begin() {
 void ScanningRadio::Trigger() {
   int error = ENOMEM;
   const ScanPlan& plan = queue.Current()->plan;
-  started = Clock::now();
+  const Clock::time_point now = Clock::now();
   interface.index =
       if_nametoindex(name.c_str());  // it may have been made anew since; without one it is 0, which none has
   try {
@@ -194,10 +193,10 @@ void ScanningRadio::Trigger() {
   }
   if (error == 0) {
     state = State::kScanning;
-    due = started + (Includes6GHz(plan) ? kScanTime6GHz : kScanTime);
-  } else if (error == EBUSY && started - begun < kOthersInAll) {
+    due = now + (Includes6GHz(plan) ? kScanTime6GHz : kScanTime);
+  } else if (error == EBUSY && now - begun < kOthersInAll) {
     state = State::kWaiting;
-    due = started + kOthersTime;
+    due = now + kOthersTime;
   } else {
     const std::string& why = commands->Explanation();
     zv_loc_fw::log_warning(kTag, "%s: the kernel refuses to scan: %s%s%s\n", name.c_str(), strerrordesc_np(error),
@@ -296,8 +295,9 @@ void ScanningRadio::End(ScanStatus status, std::vector<Bss> found) {
   if (!served.empty()) report(std::move(served), status, std::move(found));
 }
 
-// What was heard since the scan was triggered: the kernel keeps older entries too.
+// What was heard since the scan was asked for: the kernel keeps older entries too.
 int ScanningRadio::ReadResults(std::vector<Bss>& found) {
+  const Clock::time_point oldest = queue.Since() - kClockSlack;
   for (int dump = 0; dump < kMaxDumps; ++dump) {
     found.clear();
     Message message = commands->New(NL80211_CMD_GET_SCAN, NLM_F_DUMP);
@@ -307,7 +307,7 @@ int ScanningRadio::ReadResults(std::vector<Bss>& found) {
     const int error = commands->Ask(std::move(message), [&](uint8_t, const Attributes& attributes) {
       try {
         std::optional<Bss> bss = ReadBssEntry(attributes[NL80211_ATTR_BSS], now);
-        if (bss && bss->takenAt >= started - kClockSlack) found.push_back(std::move(*bss));
+        if (bss && bss->takenAt >= oldest) found.push_back(std::move(*bss));
       } catch (const std::bad_alloc&) {
         outOfMemory = true;
       }

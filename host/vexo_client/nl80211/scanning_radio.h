@@ -73,10 +73,9 @@ class ScanningRadio final : public Radio {
   Interface interface;
   ScanQueue queue;
   State state = State::kIdle;
-  Clock::time_point begun;    // when the current scan was first asked for
-  Clock::time_point due;      // unless idle: when the state is looked at again, whatever came
-  Clock::time_point started;  // when the current scan was triggered
-  int retries = 0;            // of the current scan, after somebody ended it
+  Clock::time_point begun;  // when the current scan was first asked for
+  Clock::time_point due;    // unless idle: when the state is looked at again, whatever came
+  int retries = 0;          // of the current scan, after somebody ended it
 };
 
 }  // namespace vexo_host::nl80211
