@@ -32,9 +32,10 @@ struct TemporaryDirectory {
 // A daemon of its own, on a socket of its own.
 class Daemon {
  public:
-  explicit Daemon(const std::string& source, const std::vector<std::string>& environment = {})
-      : process({kBin + std::string("kesd-launch"), "--socket", Socket(), "--", kBin + std::string("kesd")},
-                Output::kMerged, With(environment, "VEXO_SOURCE=" + source)) {
+  // `wrapper`: what kesd-launch starts instead of kesd, which then starts kesd.
+  explicit Daemon(const std::string& source, const std::vector<std::string>& environment = {},
+                  std::vector<std::string> wrapper = {})
+      : process(Command(std::move(wrapper)), Output::kMerged, With(environment, "VEXO_SOURCE=" + source)) {
     while (process.IsRunning() && !Connect()) std::this_thread::yield();
   }
 
@@ -56,6 +57,11 @@ class Daemon {
   static std::vector<std::string> With(std::vector<std::string> settings, std::string setting) {
     settings.push_back(std::move(setting));
     return settings;
+  }
+  std::vector<std::string> Command(std::vector<std::string> wrapper) const {
+    wrapper.insert(wrapper.begin(), {kBin + std::string("kesd-launch"), "--socket", Socket(), "--"});
+    wrapper.push_back(kBin + std::string("kesd"));
+    return wrapper;
   }
   TemporaryDirectory directory;
 

@@ -3,11 +3,13 @@
 
 #include <chrono>
 #include <csignal>
+#include <fstream>
 #include <memory>
-#include <iostream>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/daemon.h"
@@ -120,12 +122,185 @@ TEST_F(Scan, AnswersFromTheCacheWithoutTheRadio) {
   ASSERT_EQ(Command("/bin/ip link set wlan0 up").exitCode, 0);
 }
 
-TEST_F(Scan, HasTheElementsThatTheKernelHas) {
-  const Json result = Result({"--band", "2.4"});
-  // Sections of "BSS ADDRESS(on wlan0)", and in each of them "\tSSID: ..." and the others decoded, so elements are
-  // compared by the octets that iw prints of those it is told not to decode.
-  const Outcome dump = Command("/usr/sbin/iw --debug dev wlan0 scan dump");
-  std::cout << dump.err.substr(0,4000) << result.dump() << "\n";
+// The octets of all messages that iw received, as libnl shows them.
+std::string ReceivedOctets(const std::string& shown) {
+  std::string octets;
+  std::istringstream lines(shown);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.find("[PAYLOAD]") != std::string::npos) octets += '|';  // no match across messages
+    if (line.rfind("    ", 0) != 0) continue;
+    std::istringstream row(line.substr(0, 4 + 16 * 3));
+    for (std::string octet; row >> octet;) {
+      if (octet.size() == 2) octets += octet;
+    }
+  }
+  return octets;
+}
+
+std::string HexOctet(size_t value) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  return {kDigits[value >> 4 & 15], kDigits[value & 15]};
+}
+
+TEST_F(Scan, HasTheElementsThatTheKernelHasOctetForOctet) {
+  const Json result = Result({"--timeout", "20000"});
+  const std::string received = ReceivedOctets(Command("/usr/sbin/iw --debug dev wlan0 scan dump").err);
+  for (const Json& measurement : result["measurements"]) {
+    std::string elements;
+    for (const Json& element : measurement["elements"]) {
+      const std::string payload = element["hex"];
+      elements += HexOctet(element["id"].get<size_t>()) + HexOctet(payload.size() / 2) + payload;
+    }
+    // As the attribute NL80211_BSS_INFORMATION_ELEMENTS (6) of the same length.
+    const size_t length = 4 + elements.size() / 2;
+    const std::string attribute = HexOctet(length) + HexOctet(length >> 8) + "0600" + elements;
+    EXPECT_NE(received.find(attribute), std::string::npos) << measurement;
+  }
+}
+
+// What iw hears of the radio's scans.
+class Events {
+ public:
+  Events() {
+    while (process.IsRunning() && !Listens()) std::this_thread::yield();
+  }
+  // The next line that tells of a scan: it started, finished or was aborted.
+  std::string Next() {
+    std::string line;
+    do line = process.ReadLine();
+    while (!line.empty() && line.find("scan ") == std::string::npos);
+    for (const char* what : {"scan started", "scan finished", "scan aborted"}) {
+      if (line.find(what) != std::string::npos) return what;
+    }
+    return line;
+  }
+  void ExpectScan() {
+    EXPECT_EQ(Next(), "scan started");
+    EXPECT_EQ(Next(), "scan finished");
+  }
+
+ private:
+  // Whether it has joined groups with the socket whose port libnl made of its process ID.
+  bool Listens() const {
+    constexpr unsigned kGeneric = 16, kProcessBits = 0x3FFFFF;
+    std::ifstream sockets("/proc/net/netlink");
+    std::string line, address, groups;
+    while (std::getline(sockets, line)) {
+      unsigned family = 0, port = 0;
+      std::istringstream fields(line);
+      if (!(fields >> address >> family >> port >> groups)) continue;
+      const bool its = family == kGeneric && (port & kProcessBits) == static_cast<unsigned>(process.Pid());
+      if (its && groups.find_first_not_of('0') != std::string::npos) return true;
+    }
+    return false;
+  }
+
+  Process process{{"/usr/sbin/iw", "event"}, Output::kMerged};
+};
+
+TEST_F(Scan, OneScanServesRequestsThatItCovers) {
+  Events events;
+  Process wide(daemon.Kesctl({"scan", "--json", "--band", "5"}));
+  EXPECT_EQ(events.Next(), "scan started");
+  const Json covered = Result({"--channel", "36"});
+  EXPECT_EQ(Found(covered), Names{"Linden WPA3"});
+  EXPECT_EQ(Found(Parsed(wide.Finish())), (Names{"Linden WPA3", "Linden OWE"}));
+  EXPECT_EQ(events.Next(), "scan finished");
+
+  // These two wait for the first and then make one scan together.
+  Process running(daemon.Kesctl({"scan", "--json", "--channel", "1"}));
+  EXPECT_EQ(events.Next(), "scan started");
+  Process second(daemon.Kesctl({"scan", "--json", "--channel", "6"}));
+  Process third(daemon.Kesctl({"scan", "--json", "--channel", "36"}));
+  EXPECT_EQ(Found(Parsed(running.Finish())), Names{"Linden open"});
+  EXPECT_EQ(Found(Parsed(second.Finish())), Names{"Linden WPA2"});
+  EXPECT_EQ(Found(Parsed(third.Finish())), Names{"Linden WPA3"});
+}
+
+TEST_F(Scan, WaitsForTheEndOfSomebodyElsesScan) {
+  Events events;
+  Process others({"/usr/sbin/iw", "dev", "wlan0", "scan", "freq", "5180", "5260", "5280", "passive"});
+  EXPECT_EQ(events.Next(), "scan started");
+  const Json result = Result({"--channel", "1"});
+  EXPECT_EQ(Status(result), 0);
+  EXPECT_EQ(Found(result), Names{"Linden open"});
+  EXPECT_EQ(events.Next(), "scan finished");
+  events.ExpectScan();
+}
+
+TEST_F(Scan, EndsItsScanWithTheDaemonAndGoesOnAfterAnAbort) {
+  Events events;
+  Process request(daemon.Kesctl({"scan", "--passive", "--band", "5"}));
+  EXPECT_EQ(events.Next(), "scan started");
+  request.Signal(SIGINT);
+  EXPECT_EQ(request.Finish().exitCode, 130);
+  EXPECT_EQ(Found(Result({"--passive", "--channel", "6"})), Names{"Linden WPA2"});
+  EXPECT_EQ(events.Next(), "scan finished");
+  events.ExpectScan();
+
+  // Somebody else aborts: it begins anew.
+  Process disturbed(daemon.Kesctl({"scan", "--json", "--passive", "--band", "5"}));
+  EXPECT_EQ(events.Next(), "scan started");
+  EXPECT_EQ(Command("/usr/sbin/iw dev wlan0 scan abort").exitCode, 0);
+  EXPECT_EQ(events.Next(), "scan aborted");
+  events.ExpectScan();
+  EXPECT_EQ(Found(Parsed(disturbed.Finish())), (Names{"Linden WPA3", "Linden OWE"}));
+
+  Process unfinished(daemon.Kesctl({"scan", "--passive", "--band", "5"}));
+  EXPECT_EQ(events.Next(), "scan started");
+  EXPECT_EQ(daemon.Stop().exitCode, 0);
+  EXPECT_EQ(events.Next(), "scan aborted");
+  EXPECT_EQ(unfinished.Finish().exitCode, 3);
+}
+
+TEST_F(Scan, NoLongerHasAnAccessPointThatWentAway) {
+  const AccessPoint guest = {"wlan6", "Linden guest", 2412, "hw_mode=g\nchannel=1\n", "open", "g"};
+  auto access = std::make_unique<Hostapd>(std::vector{guest});
+  ASSERT_TRUE(access->Ready());
+  EXPECT_EQ(Found(Result({"--channel", "1"})), (Names{"Linden open", "Linden guest"}));
+  access.reset();
+  EXPECT_EQ(Found(Result({"--channel", "1"})), Names{"Linden open"});
+}
+
+TEST_F(Scan, SaysWhyTheRadioCannotServeAndServesAgain) {
+  const auto expect = [&](int status, const char* what) {
+    SCOPED_TRACE(what);
+    const Outcome outcome = testing_process::Run(daemon.Kesctl({"scan", "--channel", "1", "--timeout", "5000"}));
+    EXPECT_EQ(outcome.exitCode, status == 0 ? 0 : 1) << outcome.err;
+    if (status == 0) return;
+    EXPECT_NE(outcome.err.find("status " + std::to_string(status)), std::string::npos) << outcome.err;
+  };
+  ASSERT_EQ(Command("/bin/ip link set wlan0 down").exitCode, 0);
+  expect(8, "down");
+  ASSERT_EQ(Command("/usr/sbin/rfkill block wifi").exitCode, 0);
+  expect(9, "blocked");
+  ASSERT_EQ(Command("/usr/sbin/rfkill unblock wifi").exitCode, 0);
+  ASSERT_EQ(Command("/usr/sbin/iw dev wlan0 del").exitCode, 0);
+  expect(7, "gone");
+  ASSERT_EQ(Command("/usr/sbin/iw phy phy0 interface add wlan0 type monitor").exitCode, 0);
+  ASSERT_EQ(Command("/bin/ip link set wlan0 up").exitCode, 0);
+  expect(10, "a monitor");
+  ASSERT_EQ(Command("/usr/sbin/iw dev wlan0 del").exitCode, 0);
+  ASSERT_EQ(Command("/usr/sbin/iw phy phy0 interface add wlan0 type managed").exitCode, 0);
+  ASSERT_EQ(Command("/bin/ip link set wlan0 up").exitCode, 0);
+  expect(0, "there again");
+
+  // In the middle of a scan.
+  Events events;
+  Process request(daemon.Kesctl({"scan", "--passive", "--band", "5"}));
+  EXPECT_EQ(events.Next(), "scan started");
+  ASSERT_EQ(Command("/bin/ip link set wlan0 down").exitCode, 0);
+  EXPECT_NE(request.Finish().err.find("status 8"), std::string::npos);
+  ASSERT_EQ(Command("/bin/ip link set wlan0 up").exitCode, 0);
+  expect(0, "up again");
+}
+
+TEST(ScanWithout, ARadioOrTheRightToUseItIsRefused) {
+  EXPECT_NE(testing_process::Run(Daemon("nl80211:lo").Kesctl({"scan"})).err.find("status 10"), std::string::npos);
+  const Daemon unprivileged("nl80211:wlan0", {},
+                            {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+  EXPECT_NE(testing_process::Run(unprivileged.Kesctl({"scan"})).err.find("status 11"), std::string::npos);
+  EXPECT_EQ(testing_process::Run(unprivileged.Kesctl({"scan", "--mode", "cache"})).exitCode, 0);
 }
 
 }  // namespace
