@@ -53,7 +53,8 @@ TEST(SourceChoice, SaysWhatIsWrongAndAnswersAsUnavailable) {
   } cases[] = {
       {"sceneX", "there is no such source"},
       {"Scene", "there is no such source"},
-      {"nl80211:wlan0", "there is no such source"},
+      {"nl80211", "no interface is named"},
+      {"nl80211:", "no interface is named"},
       {"capture", "no file is named"},
       {"capture:", "no file is named"},
       {"scene:", "\"\" is not of the form KEY=VALUE"},
@@ -79,7 +80,9 @@ TEST(SourceChoice, SaysWhatIsWrongAndAnswersAsUnavailable) {
   }
 }
 
-TEST(SourceChoice, AnswersAsUnavailableWhenTheCaptureCannotBeRead) {
+TEST(SourceChoice, LoadsWhatTheSourceNeedsAndSaysWhatItCannotRead) {
+  const ScanStatus radio = ScanWith("nl80211:no-such-radio").first;  // a kernel without nl80211 cannot tell more
+  EXPECT_TRUE(radio == ScanStatus::kInterfaceGone || radio == ScanStatus::kUnavailable);
   TakeLog();
   EXPECT_EQ(ScanWith("capture:/nonexistent/file.pcap"), std::pair(ScanStatus::kUnavailable, size_t{0}));
   const std::vector<std::string> log = TakeLog();
