@@ -129,6 +129,7 @@ class ListeningSocket {
   // Connects a socket that was made before.
   bool Connect(const UniqueFd& socket) const;
   int Fd() const { return socket.Get(); }
+  const std::string& Path() const { return path; }
 
  private:
   std::string directory;
