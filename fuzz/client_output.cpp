@@ -44,7 +44,9 @@ Images TakeRecords(Input& input, bool ranging) {
     const std::vector<uint8_t> ssid = input.Bytes(input.Below(33));
     std::vector<uint8_t> elements;
     for (unsigned e = input.Below(12); e != 0; --e) {
-      const uint8_t id = input.Take<uint8_t>();
+      constexpr uint8_t kRead[] = {48, 61, 192, 221, 244, 255};  // those that somebody looks into
+      const unsigned choice = input.Below(12);
+      const uint8_t id = choice < std::size(kRead) ? kRead[choice] : input.Take<uint8_t>();
       const std::vector<uint8_t> payload = input.Bytes(input.Take<uint8_t>());
       elements.insert(elements.end(), {id, static_cast<uint8_t>(payload.size())});
       elements.insert(elements.end(), payload.begin(), payload.end());

@@ -53,7 +53,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   const uint8_t how = input.Take<uint8_t>();
   // Most streams begin as a daemon's do: it opens services, then takes a request.
-  fuzz::WireStream stream(input);
+  fuzz::WireStream stream(input, 0x1000);
   if (how / 32 != 0) stream.stream = Hello().data;
   for (uint64_t i = 1; i < std::min<uint64_t>(how / 32, 4); ++i) {
     stream.stream += Reply(i, 0, 0x1000, Reference(kMine, i)).data;

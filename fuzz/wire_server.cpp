@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <list>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -13,34 +14,47 @@
 #include "fuzz/wire_stream.h"
 #include "host/fenksocket/connection.h"
 #include "host/fenksocket/wire.h"
+#include "tests/failing_memory.h"
 
 namespace {
 
 using fuzz::Input;
 using fuzz::Require;
+using scripted::FailingMemory;
 
 constexpr fenk::Limits kLimits{65'536, 24, 12, 4, std::chrono::seconds(2)};
+constexpr std::chrono::milliseconds kSoon{3};
 constexpr fenk::UserLimits kUser{4, 20, 10, 3, 100'000};
-
-std::atomic<int> liveObjects = 0;
 
 // The serving side. Whichever of its threads reads also serves.
 class Server {
  public:
-  Server(fenk::UniqueFd socket, fenk::UniqueFd clientsEnd, unsigned how) : client(std::move(clientsEnd)) {
+  // `how`: whether releases wait for the client; whether it reads at all.
+  Server(fenk::UniqueFd socket, fenk::UniqueFd clientsEnd, unsigned how)
+      : client(std::move(clientsEnd)), clientReads(how < 12) {
     std::function<void()> unsent;
-    if (how % 2 != 0) unsent = [] {};  // Drain flushes
-    connection = fenk::Connection::Create(std::move(socket), kLimits, {Invoke, this}, std::move(unsent), user);
+    if (how % 2 != 0) unsent = [] {};  // it is flushed after each frame anyway
+    fenk::Limits limits = kLimits;
+    if (!clientReads) {
+      limits.answerDeadline = kSoon;
+      const int least = 1;
+      setsockopt(socket.Get(), SOL_SOCKET, SO_SNDBUF, &least, sizeof(least));
+    }
+    connection = fenk::Connection::Create(std::move(socket), limits, {Invoke, this}, std::move(unsent), user);
   }
 
-  // Serves until the connection ends. The bytes that it gets are there already, so nothing waits.
-  std::string Run() {
-    const fenk::WaitResult result = connection->ServeUntil(
-        [this] {
-          connection->Flush();
-          return Drain();
-        },
-        fenk::Clock::now() + std::chrono::seconds(30), -1);
+  // Serves until the connection ends. The bytes that it gets are there already, so nothing waits long. Of the serving
+  // thread's allocations one fails.
+  std::string Run(int failing) {
+    const auto done = [this] {
+      connection->Flush();
+      return Drain();
+    };
+    fenk::WaitResult result;
+    {
+      const scripted::FailingMemory memory(failing, 1);
+      result = connection->ServeUntil(std::ref(done), fenk::Clock::now() + std::chrono::seconds(30), -1);
+    }
     Require(result == fenk::WaitResult::kDisconnected, "the connection ends with its stream");
     Require(connection->End().kind != fenk::EndKind::kOpen, "an end has a reason");
     while (std::optional<std::thread> thread = NextThread()) thread->join();
@@ -53,6 +67,7 @@ class Server {
       ObjectRelease(object);
     }
     connection.reset();
+    for (const std::atomic<int>& references : nodes) Require(references == 0, "every object is released");
     const auto isBack = [](fenk::Budget& budget, uint64_t all) { return budget.Take(all) && !budget.Take(1); };
     Require(isBack(user->exportedObjects, kUser.exportedObjects) &&
                 isBack(user->importedObjects, kUser.importedObjects) && isBack(user->calls, kUser.calls) &&
@@ -62,27 +77,27 @@ class Server {
   }
 
  private:
-  static Object MakeNode() {
-    ++liveObjects;
-    return {InvokeNode, new std::atomic<int>(1)};
+  // An object that is nothing but counted, and stays to be counted when it is released.
+  static int32_t InvokeNode(void* context, uint32_t op, ObjectArg*, uint32_t) {
+    auto& references = *static_cast<std::atomic<int>*>(context);
+    Require(references > 0, "an object that is used has not been released");
+    if (ObjectOperation(op) == OBJECT_OP_RETAIN) ++references;
+    if (ObjectOperation(op) == OBJECT_OP_RELEASE) --references;
+    return OBJECT_OK;
   }
 
-  // An object that is nothing but counted.
-  static int32_t InvokeNode(void* context, uint32_t op, ObjectArg*, uint32_t) {
-    auto* references = static_cast<std::atomic<int>*>(context);
-    if (ObjectOperation(op) == OBJECT_OP_RETAIN) ++*references;
-    if (ObjectOperation(op) == OBJECT_OP_RELEASE && --*references == 0) {
-      delete references;
-      --liveObjects;
-    }
-    return OBJECT_OK;
+  Object MakeNode() {
+    const FailingMemory::Exempt exempt;
+    const std::lock_guard lock(mutex);
+    return {InvokeNode, &nodes.emplace_back(1)};
   }
 
   // Never true: a condition to serve until.
   bool Drain() {
+    const FailingMemory::Exempt exempt;
     const std::lock_guard lock(mutex);
     char bytes[16384];
-    for (ssize_t n; (n = recv(client.Get(), bytes, sizeof(bytes), MSG_DONTWAIT)) > 0;) {
+    for (ssize_t n; clientReads && (n = recv(client.Get(), bytes, sizeof(bytes), MSG_DONTWAIT)) > 0;) {
       sent.append(bytes, static_cast<std::size_t>(n));
     }
     return false;
@@ -97,7 +112,7 @@ class Server {
   }
 
   // Invokes a callback with every kind of slot.
-  static int32_t Call(const Object& object) {
+  int32_t Call(const Object& object) {
     char bytes[64] = {};
     const Object lent = MakeNode();
     ObjectArg args[] = {{.buffer = {bytes, 40}}, {.buffer = {bytes, 64}}, {.object = lent}, {.object = object}, {}, {}};
@@ -111,6 +126,7 @@ class Server {
 
   void Keep(const Object& object) {
     ObjectRetain(object);
+    const FailingMemory::Exempt exempt;
     const std::lock_guard lock(mutex);
     kept.push_back(object);
   }
@@ -126,10 +142,11 @@ class Server {
 
   // As a result is delivered: by another thread, with a reference of its own.
   void Deliver() {
+    const FailingMemory::Exempt exempt;
     const std::lock_guard lock(mutex);
     if (kept.empty() || started == 4 || kept.back().invoke == Invoke) return;
     ++started;
-    threads.emplace_back([object = kept.back()] {
+    threads.emplace_back([this, object = kept.back()] {
       (void)Call(object);
       ObjectRelease(object);
     });
@@ -151,7 +168,7 @@ class Server {
     for (ObjectArg& arg : outputs) {
       if (arg.buffer.size != 0) std::memset(arg.buffer.ptr, 1, arg.buffer.size /= 2);
     }
-    switch (ObjectOperation(op) % 8) {
+    switch (ObjectOperation(op) % 10) {
       case 0:
         for (ObjectArg& arg : made) arg.object = MakeNode();
         break;
@@ -176,6 +193,12 @@ class Server {
         break;
       case 6:
         return OBJECT_ERROR;
+      case 7:
+        connection->Drain();
+        break;
+      case 8:
+        connection->Close();
+        break;
       default:
         if (made.size() > 1) made[1].object = connection->PeerRoot();
     }
@@ -184,8 +207,10 @@ class Server {
 
   std::shared_ptr<fenk::UserBudget> user = std::make_shared<fenk::UserBudget>(kUser);
   const fenk::UniqueFd client;
+  const bool clientReads;
   std::shared_ptr<fenk::Connection> connection;
   std::mutex mutex;
+  std::list<std::atomic<int>> nodes;
   std::vector<Object> kept;
   std::vector<std::thread> threads;
   int started = 0;
@@ -221,7 +246,8 @@ void CheckFrames(std::string_view sent, std::size_t longest) {
 int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   Input input(data, size);
   const uint8_t how = input.Take<uint8_t>();
-  fuzz::WireStream stream(input);
+  const uint8_t failing = input.Take<uint8_t>();
+  fuzz::WireStream stream(input, 0x2010);
   if (how % 16 < 14) stream.stream = fenk::test::Hello().data;
   const bool takesLittle = how % 16 == 12 || how % 16 == 13;
   if (takesLittle) stream.stream.replace(24, 4, {0, 0x10, 0, 0});
@@ -233,9 +259,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     (void)send(sockets.other.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);  // what fits
     shutdown(sockets.other.Get(), SHUT_WR);
     Server server(std::move(sockets.one), std::move(sockets.other), how / 16);
-    CheckFrames(server.Run(), takesLittle ? 4096 : 2 * kLimits.maxFrameBytes);
+    CheckFrames(server.Run(failing < 128 ? failing : 1 << 20), takesLittle ? 4096 : 2 * kLimits.maxFrameBytes);
   }
-  Require(liveObjects == 0, "every object is released");
   Require(fuzz::NextDescriptor() == descriptor, "every descriptor is closed");
   return 0;
 }

@@ -14,7 +14,8 @@ namespace fuzz {
 
 class WireStream {
  public:
-  explicit WireStream(Input& someInput) : input(someInput) {}
+  // `outputs`: the counts of a reply to what the other end invokes.
+  WireStream(Input& someInput, uint32_t outputs) : input(someInput), expectedOutputs(outputs) {}
 
   // Until the input ends.
   std::string Take() {
@@ -99,8 +100,9 @@ class WireStream {
     const uint8_t how = input.Take<uint8_t>();
     const uint64_t serial = input.Below(8);
     const uint64_t target = TakeId();
-    const uint32_t op = how % 16 != 15 ? input.Below(8) : input.Take<uint32_t>();
-    const uint32_t counts = input.Take<uint16_t>() | (how / 16 == 15 ? 0x10000u : 0);
+    const uint32_t op = how % 16 != 15 ? input.Below(10) : input.Take<uint32_t>();
+    static constexpr uint16_t kCounts[] = {0, 0x1000, 0x0100, 0x0F00, 0x1111, 0x1100};
+    const uint32_t counts = how / 16 < 6 ? kCounts[how / 16] : input.Take<uint16_t>() | (how / 16 == 15 ? 0x10000u : 0);
     Bytes rest;
     const Bytes content = Buffers(rest, counts & 15);
     for (unsigned n = counts >> 4 & 15; n != 0; --n) rest.U64(how / 16 == 14 ? input.Take<uint64_t>() : TakeSize());
@@ -112,8 +114,9 @@ class WireStream {
 
   std::string TakeReply() {
     const uint64_t serial = input.Below(12);
-    const int32_t result = input.Below(4) != 3 ? 0 : static_cast<int8_t>(input.Take<uint8_t>());
-    const uint32_t counts = input.Take<uint16_t>() & 0xF0F0;
+    const unsigned how = input.Below(8);
+    const int32_t result = how < 6 ? 0 : static_cast<int8_t>(input.Take<uint8_t>());
+    const uint32_t counts = how < 5 ? expectedOutputs : how == 6 ? 0 : input.Take<uint16_t>() & 0xF0F0;
     Bytes rest;
     const Bytes content = Buffers(rest, counts >> 4 & 15);
     TakeReferences(rest, counts >> 12);
@@ -135,6 +138,7 @@ class WireStream {
   }
 
   Input& input;
+  const uint32_t expectedOutputs;
 };
 
 // The number that the next descriptor gets: the same before and after, when all are closed again.
