@@ -43,7 +43,8 @@ class WireStream {
       }
       case 1: {
         const uint16_t type = static_cast<uint16_t>(input.Below(6));
-        Bytes frame = fenk::test::Header(input.Take<uint32_t>(), type, input.Below(4));
+        const uint32_t length = input.Take<uint32_t>();
+        Bytes frame = fenk::test::Header(length, type, input.Below(4));
         return (frame += TakeContent(input.Below(64))).data;
       }
       case 2:
@@ -134,7 +135,8 @@ class WireStream {
       rest.U64(sizes[i]);
       content += TakeContent(sizes[i]);
     }
-    return fenk::test::Invoke(input.Below(8), TakeId(), 0, ranging ? 5 : 4, rest += content).data;
+    const uint64_t serial = input.Below(8);
+    return fenk::test::Invoke(serial, TakeId(), 0, ranging ? 5 : 4, rest += content).data;
   }
 
   Input& input;
