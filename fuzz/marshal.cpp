@@ -37,8 +37,8 @@ struct Maker {
   Input& input;
   bool missing = false;   // a list announces more than it has
   std::size_t infos = 0;  // of all measurements
-  std::vector<std::unique_ptr<zv_loc_fw::VEXOScanMeasurement>> made;
-  std::vector<Expected> expected;  // of those that the service takes
+  std::vector<std::unique_ptr<zv_loc_fw::VEXOScanMeasurement>> made = {};
+  std::vector<Expected> expected = {};  // of those that the service takes
 
   // A list without its block, as where memory ran out: it still says how many there should be.
   template <typename List>

@@ -34,11 +34,11 @@ void Run(const std::string& path, unsigned how) {
   auto client = kes::Client::Connect(path);
   if (!client) return Require(!client.GetError().message.empty(), "a reason");
   if (how % 2 == 0) {
-    auto scan = client->StartDiscovery({.channels = {1, 6}});
+    auto scan = client->StartDiscovery({});
     Wait(scan, how & 2);
   }
   if (how % 2 != 0 || (how & 4) != 0) {
-    auto scan = client->StartRanging({.nodes = std::vector<kes::RangingNode>(2)});
+    auto scan = client->StartRanging({});
     Wait(scan, how & 2);
   }
 }
