@@ -35,8 +35,9 @@ struct Measurement : scripted::Measurement<Base> {
 
 struct Maker {
   Input& input;
-  bool missing = false;   // a list announces more than it has
-  std::size_t infos = 0;  // of all measurements
+  bool missing = false;         // a list announces more than it has
+  std::size_t infos = 0;        // of all measurements
+  std::size_t infoRecords = 0;  // as many as a record can count
   std::vector<std::unique_ptr<zv_loc_fw::VEXOScanMeasurement>> made = {};
   std::vector<Expected> expected = {};  // of those that the service takes
 
@@ -83,7 +84,10 @@ struct Maker {
         while (m.infoList.count < 66'000) m.infoList.push_back(any);
       }
     }
-    if (taken) infos += m.infoList.count;
+    if (taken) {
+      infos += m.infoList.count;
+      infoRecords += m.infoList.count % 65'536;
+    }
     if (!LeaveOut(m.byteList))
       for (const uint8_t octet : input.Bytes(input.Take<uint8_t>()))
         m.byteList.push_back(static_cast<signed char>(octet));
@@ -195,6 +199,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   const auto& b = callback.buffers;
   for (std::size_t i = 0; i < b.size(); ++i) Require(callback.isNull[i] == b[i].empty(), "null when empty");
   if (bad) maker.expected.clear();
+  Require(b[2].size() == (bad ? 0 : 64 * maker.infoRecords), "info records");
   if (ranging) {
     const auto result = kes::DecodeRangingResult({b[0], b[1], b[2], b[3], b[4]});
     Require(bool{result} && (result->status == wifi::ScanStatus::kBadResponse) == bad, "a result");
