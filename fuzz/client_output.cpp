@@ -28,7 +28,8 @@ Images TakeRecords(Input& input, bool ranging) {
   kes::TestRangingResult peers;
   scan.header.scanStatus = peers.header.scanStatus = input.Below(8);
   const unsigned overwritten = input.Below(4);
-  for (unsigned n = input.Below(6); n != 0 && ranging; --n) {
+  unsigned count = input.Below(6);
+  for (; count != 0 && ranging; --count) {
     const kes::MacAddress mac = TakeMac(input);
     const wifi::RangingValues values{
         .status = static_cast<wifi::RangingStatus>(input.Below(12)),
@@ -39,7 +40,7 @@ Images TakeRecords(Input& input, bool ranging) {
     };
     peers.Add(mac, values, std::vector(input.Below(4), mac));
   }
-  for (unsigned n = input.Below(6); n != 0 && !ranging; --n) {
+  for (; count != 0; --count) {
     const kes::MacAddress mac = TakeMac(input);
     const std::vector<uint8_t> ssid = input.Bytes(input.Below(33));
     std::vector<uint8_t> elements;
