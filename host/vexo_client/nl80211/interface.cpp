@@ -58,6 +58,13 @@ void AddFrequencies(nlattr* bands, std::vector<uint32_t>& frequenciesMhz) {
 
 }  // namespace
 
+void ReadWiphy(const Attributes& attributes, Interface& interface) {
+  if (attributes[NL80211_ATTR_MAX_NUM_SCAN_SSIDS] != nullptr) {
+    interface.maxScanSsids = std::max<size_t>(1, nla_get_u8(attributes[NL80211_ATTR_MAX_NUM_SCAN_SSIDS]));
+  }
+  AddFrequencies(attributes[NL80211_ATTR_WIPHY_BANDS], interface.frequenciesMhz);
+}
+
 ScanStatus StatusOf(int error, const std::string& name) {
   switch (error) {
     case 0:
@@ -103,11 +110,8 @@ ScanStatus LookUp(const std::string& name, Netlink& netlink, Interface& interfac
   }
   bool outOfMemory = false;
   const int dumpError = netlink.Ask(std::move(ask), [&](uint8_t, const Attributes& attributes) {
-    if (attributes[NL80211_ATTR_MAX_NUM_SCAN_SSIDS] != nullptr) {
-      interface.maxScanSsids = std::max<size_t>(1, nla_get_u8(attributes[NL80211_ATTR_MAX_NUM_SCAN_SSIDS]));
-    }
     try {
-      AddFrequencies(attributes[NL80211_ATTR_WIPHY_BANDS], interface.frequenciesMhz);
+      ReadWiphy(attributes, interface);
     } catch (const std::bad_alloc&) {
       outOfMemory = true;
     }

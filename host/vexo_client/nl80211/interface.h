@@ -19,6 +19,9 @@ struct Interface {
   std::vector<uint32_t> frequenciesMhz;  // that the radio may listen on now
 };
 
+// Takes what one message of the radio's description says; its description comes in many. Throws std::bad_alloc.
+void ReadWiphy(const Attributes& attributes, Interface& interface);
+
 // Looks the interface up by its name, anew each time: it may have gone and come back as another one. kOk, or why it
 // cannot serve. Throws std::bad_alloc.
 wifi::ScanStatus LookUp(const std::string& name, Netlink& netlink, Interface& interface);
