@@ -5,10 +5,10 @@
 #include <limits>
 #include <random>
 
-#include "client/phy.h"
 #include "client/result_json.h"
 #include "client/scan_table.h"
 #include "client/test_records.h"
+#include "host/wifi/phy.h"
 
 namespace kes {
 namespace {
@@ -156,7 +156,7 @@ TEST(DecodeDiscoveryResult, SurvivesRandomDamageAndSoDoesWhatIsShownOfIt) {
     for (const Measurement& measurement : result->measurements) {
       ASSERT_LE(measurement.elements.size(), images[3].size());
       ASSERT_LE(measurement.ssid.size(), 32u);
-      (void)ChannelWidthOf(measurement.elements, measurement.values.frequencyMhz);
+      (void)wifi::ChannelWidthOf(measurement.elements, measurement.values.frequencyMhz);
     }
     if (round % 20 != 0) continue;
     const std::string table = kesctl::ScanTable(*result, {.colour = false, .elements = true});

@@ -2,10 +2,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "client/phy.h"
 #include "client/text.h"
 #include "client/words.h"
 #include "host/wifi/channels.h"
+#include "host/wifi/phy.h"
 
 namespace kesctl {
 namespace {
@@ -43,7 +43,7 @@ Json ToJson(const kes::Measurement& measurement) {
       {"beacon_interval_tu", values.beaconIntervalTu},
       {"capability", values.capability},
       {"security", SecurityWords(measurement)},
-      {"phy", kes::PhyName(kes::PhyOf(measurement.elements, values.frequencyMhz))},
+      {"phy", wifi::PhyName(wifi::PhyOf(measurement.elements, values.frequencyMhz))},
       {"elements", ElementList(measurement.elements)},
   };
   if (measurement.incomplete) json["incomplete"] = true;

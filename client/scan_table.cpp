@@ -3,11 +3,11 @@
 #include <algorithm>
 
 #include "client/element_names.h"
-#include "client/phy.h"
 #include "client/table.h"
 #include "client/text.h"
 #include "client/words.h"
 #include "host/wifi/channels.h"
+#include "host/wifi/phy.h"
 
 namespace kesctl {
 namespace {
@@ -23,10 +23,10 @@ std::vector<std::string> RowOf(const kes::Measurement& measurement) {
           SsidText(measurement.ssidValid, measurement.ssid),
           frequency == 0 ? "-" : std::to_string(frequency),
           channel == 0 ? "-" : std::to_string(channel),
-          std::string(kes::WidthName(kes::ChannelWidthOf(measurement.elements, frequency))),
+          std::string(wifi::WidthName(wifi::ChannelWidthOf(measurement.elements, frequency))),
           SignalText(measurement.values.signalMbm),
           SecurityWords(measurement),
-          std::string(kes::PhyName(kes::PhyOf(measurement.elements, frequency))),
+          std::string(wifi::PhyName(wifi::PhyOf(measurement.elements, frequency))),
           AgeWords(measurement.ageMs) + (measurement.incomplete ? " !" : "")};
 }
 

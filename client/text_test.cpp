@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "client/element_names.h"
+
 namespace kesctl {
 namespace {
 
@@ -87,6 +89,17 @@ TEST(MacText, IsReadBackAndNothingElseIs) {
                           "02:00:5e-ab:cd:ef", "02005eabcdef", "02 00 5e ab cd ef", "+2:00:5e:ab:cd:ef"}) {
     EXPECT_EQ(ParseMac(bad), std::nullopt) << bad;
   }
+}
+
+TEST(ElementNames, AreTheStandardsOwn) {
+  const uint8_t he[] = {35, 1, 2};
+  const uint8_t unknown[] = {250};
+  EXPECT_EQ(kes::ElementName({48, {}}), "RSN");
+  EXPECT_EQ(kes::ElementName({244, {}}), "RSN Extension");
+  EXPECT_EQ(kes::ElementName({2, {}}), "Reserved or unknown");
+  EXPECT_EQ(kes::ElementName({255, he}), "HE Capabilities");
+  EXPECT_EQ(kes::ElementName({255, unknown}), "Reserved or unknown");
+  EXPECT_EQ(kes::ElementName({255, {}}), "Reserved or unknown");
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "host/vexo_client/scene/channel_layout.h"
+#include "host/wifi/channel_layout.h"
 #include "host/wifi/channels.h"
 #include "host/wifi/information_elements.h"
 
@@ -150,7 +150,7 @@ void WriteBssLoad(const AccessPoint& ap, ElementWriter& out) {
 }
 
 void WriteHt(const AccessPoint& ap, ElementWriter& out) {
-  const ChannelLayout layout = LayoutOf(ap.frequencyMhz);
+  const wifi::ChannelLayout layout = wifi::LayoutOf(ap.frequencyMhz);
   const bool wide = ap.widthMhz >= 40;
   out.Begin(wifi::kElementHtCapabilities);
   out.U16(0x01ADu | (wide ? 0x42u : 0u));  // LDPC, short guard interval, STBC; 40 MHz
@@ -181,7 +181,7 @@ void WriteExtendedCapabilities(const AccessPoint& ap, ElementWriter& out) {
 }
 
 void WriteVht(const AccessPoint& ap, ElementWriter& out) {
-  const ChannelLayout layout = LayoutOf(ap.frequencyMhz);
+  const wifi::ChannelLayout layout = wifi::LayoutOf(ap.frequencyMhz);
   out.Begin(wifi::kElementVhtCapabilities);
   // MPDUs of 11 KiB, LDPC, short guard interval, STBC, beamforming, A-MPDUs of 1 MiB; 160 MHz.
   out.U32(0x038011B2u | (ap.widthMhz >= 160 ? 0x44u : 0u));
@@ -201,7 +201,7 @@ uint32_t HeWidths(const AccessPoint& ap) {
 }
 
 void WriteHe(const AccessPoint& ap, ElementWriter& out) {
-  const ChannelLayout layout = LayoutOf(ap.frequencyMhz);
+  const wifi::ChannelLayout layout = wifi::LayoutOf(ap.frequencyMhz);
   out.BeginExtension(wifi::kExtensionHeCapabilities);
   out.Octets({0x05, 0x00, 0x18, 0x12, 0x00, 0x10});  // MAC
   out.U8(HeWidths(ap));                              // PHY; no thresholds follow (bit 78)
@@ -225,7 +225,7 @@ void WriteHe(const AccessPoint& ap, ElementWriter& out) {
 }
 
 void WriteEht(const AccessPoint& ap, ElementWriter& out) {
-  const ChannelLayout layout = LayoutOf(ap.frequencyMhz);
+  const wifi::ChannelLayout layout = wifi::LayoutOf(ap.frequencyMhz);
   out.BeginExtension(wifi::kExtensionEhtOperation);
   out.U8(0x01);  // the operation information is there
   out.Octets({0x22, 0x22, 0x22, 0x00});

@@ -1,12 +1,10 @@
-#include "client/phy.h"
+#include "host/wifi/phy.h"
 
 #include <gtest/gtest.h>
 
 #include <vector>
 
-#include "client/element_names.h"
-
-namespace kes {
+namespace wifi {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
@@ -99,16 +97,5 @@ TEST(Radio, IsReadFromTheNewestElementThatTells) {
   }
 }
 
-TEST(ElementNames, AreTheStandardsOwn) {
-  const uint8_t he[] = {35, 1, 2};
-  const uint8_t unknown[] = {250};
-  EXPECT_EQ(ElementName({48, {}}), "RSN");
-  EXPECT_EQ(ElementName({244, {}}), "RSN Extension");
-  EXPECT_EQ(ElementName({2, {}}), "Reserved or unknown");
-  EXPECT_EQ(ElementName({255, he}), "HE Capabilities");
-  EXPECT_EQ(ElementName({255, unknown}), "Reserved or unknown");
-  EXPECT_EQ(ElementName({255, {}}), "Reserved or unknown");
-}
-
 }  // namespace
-}  // namespace kes
+}  // namespace wifi

@@ -1,4 +1,4 @@
-#include "client/phy.h"
+#include "host/wifi/phy.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -7,23 +7,22 @@
 #include "host/wifi/channels.h"
 #include "host/wifi/information_elements.h"
 
-namespace kes {
+namespace wifi {
 namespace {
 
 using Bytes = std::span<const uint8_t>;
 
 // The payload of the first element with `id` that has at least `size` octets; empty without one.
 Bytes Find(Bytes elements, uint8_t id, std::size_t size) {
-  const std::optional<wifi::Element> element = wifi::FindElement(elements, id);
+  const std::optional<Element> element = FindElement(elements, id);
   return element && element->payload.size() >= size ? element->payload : Bytes{};
 }
 
 // The same for an extension element, without the octet that names it.
 Bytes FindExtension(Bytes elements, uint8_t extension, std::size_t size) {
-  wifi::ElementReader reader(elements);
-  while (const std::optional<wifi::Element> element = reader.Next()) {
-    if (element->id != wifi::kElementExtension || element->payload.empty() || element->payload[0] != extension)
-      continue;
+  ElementReader reader(elements);
+  while (const std::optional<Element> element = reader.Next()) {
+    if (element->id != kElementExtension || element->payload.empty() || element->payload[0] != extension) continue;
     return element->payload.size() - 1 >= size ? element->payload.subspan(1) : Bytes{};
   }
   return {};
@@ -32,7 +31,7 @@ Bytes FindExtension(Bytes elements, uint8_t extension, std::size_t size) {
 Phy LegacyPhy(Bytes elements, uint32_t frequencyMhz) {
   bool dsss = false;
   bool ofdm = false;
-  for (const uint8_t id : {wifi::kElementSupportedRates, wifi::kElementExtendedSupportedRates}) {
+  for (const uint8_t id : {kElementSupportedRates, kElementExtendedSupportedRates}) {
     for (const uint8_t octet : Find(elements, id, 1)) {
       const uint8_t rate = octet & 0x7F;  // in 500 kb/s; above 54 Mb/s stand membership selectors
       const bool isDsss = rate == 2 || rate == 4 || rate == 11 || rate == 22;
@@ -40,8 +39,8 @@ Phy LegacyPhy(Bytes elements, uint32_t frequencyMhz) {
       ofdm |= !isDsss && rate >= 12 && rate <= 108;
     }
   }
-  if (wifi::Is5GHz(frequencyMhz)) return Phy::kA;
-  if (wifi::Is2GHz(frequencyMhz) || (frequencyMhz == 0 && dsss)) {
+  if (Is5GHz(frequencyMhz)) return Phy::kA;
+  if (Is2GHz(frequencyMhz) || (frequencyMhz == 0 && dsss)) {
     if (ofdm) return Phy::kG;
     if (dsss) return Phy::kB;
   }
@@ -179,23 +178,23 @@ std::string_view WidthName(ChannelWidth width) {
 }
 
 Phy PhyOf(Bytes elements, uint32_t frequencyMhz) {
-  if (!FindExtension(elements, wifi::kExtensionEhtCapabilities, 1).empty()) return Phy::kEht;
-  if (!FindExtension(elements, wifi::kExtensionHeCapabilities, 1).empty()) return Phy::kHe;
-  if (!Find(elements, wifi::kElementVhtCapabilities, 1).empty()) return Phy::kVht;
-  if (!Find(elements, wifi::kElementHtCapabilities, 1).empty()) return Phy::kHt;
+  if (!FindExtension(elements, kExtensionEhtCapabilities, 1).empty()) return Phy::kEht;
+  if (!FindExtension(elements, kExtensionHeCapabilities, 1).empty()) return Phy::kHe;
+  if (!Find(elements, kElementVhtCapabilities, 1).empty()) return Phy::kVht;
+  if (!Find(elements, kElementHtCapabilities, 1).empty()) return Phy::kHt;
   return LegacyPhy(elements, frequencyMhz);
 }
 
 ChannelWidth ChannelWidthOf(Bytes elements, uint32_t frequencyMhz) {
-  const HeOperation he = ReadHeOperation(FindExtension(elements, wifi::kExtensionHeOperation, 6));
+  const HeOperation he = ReadHeOperation(FindExtension(elements, kExtensionHeOperation, 6));
   uint8_t segment2 = 0;
-  const ChannelWidth ht = HtWidth(Find(elements, wifi::kElementHtOperation, 4), segment2);
+  const ChannelWidth ht = HtWidth(Find(elements, kElementHtOperation, 4), segment2);
 
   // The newest element that gives a width has the last word.
-  ChannelWidth width = EhtWidth(FindExtension(elements, wifi::kExtensionEhtOperation, 5));
+  ChannelWidth width = EhtWidth(FindExtension(elements, kExtensionEhtOperation, 5));
   if (width == ChannelWidth::kUnknown && !he.sixGigahertz.empty()) width = SixGigahertzWidth(he.sixGigahertz);
   if (width == ChannelWidth::kUnknown) width = VhtWidth(he.vht, 0);
-  if (width == ChannelWidth::kUnknown) width = VhtWidth(Find(elements, wifi::kElementVhtOperation, 3), segment2);
+  if (width == ChannelWidth::kUnknown) width = VhtWidth(Find(elements, kElementVhtOperation, 3), segment2);
   if (width == ChannelWidth::kUnknown) width = ht;
   if (width != ChannelWidth::kUnknown) return width;
 
@@ -209,4 +208,4 @@ ChannelWidth ChannelWidthOf(Bytes elements, uint32_t frequencyMhz) {
   }
 }
 
-}  // namespace kes
+}  // namespace wifi

@@ -1,12 +1,12 @@
 // How wide channels lie over the 20 MHz ones (IEEE Std 802.11-2020, Annex E; 6 GHz: 802.11ax-2021, 320 MHz: 802.11be).
-#ifndef KESD_HOST_VEXO_CLIENT_SCENE_CHANNEL_LAYOUT_H_
-#define KESD_HOST_VEXO_CLIENT_SCENE_CHANNEL_LAYOUT_H_
+#ifndef KESD_HOST_WIFI_CHANNEL_LAYOUT_H_
+#define KESD_HOST_WIFI_CHANNEL_LAYOUT_H_
 
 #include <cstdint>
 
 #include "host/wifi/channels.h"
 
-namespace vexo_host {
+namespace wifi {
 
 // Channel numbers. The centres are those of the 80, 160 and 320 MHz channels that hold the primary one.
 struct ChannelLayout {
@@ -16,10 +16,10 @@ struct ChannelLayout {
 };
 
 constexpr ChannelLayout LayoutOf(uint32_t frequencyMhz) {
-  const uint32_t channel = wifi::ChannelOfFrequency(frequencyMhz);
-  if (wifi::Is2GHz(frequencyMhz)) return {channel, channel <= 7, 0, 0, 0};
+  const uint32_t channel = ChannelOfFrequency(frequencyMhz);
+  if (Is2GHz(frequencyMhz)) return {channel, channel <= 7, 0, 0, 0};
   uint32_t first = 36;
-  if (wifi::Is6GHz(frequencyMhz)) {
+  if (Is6GHz(frequencyMhz)) {
     first = 1;
   } else if (channel >= 149) {
     first = 149;
@@ -33,6 +33,6 @@ constexpr ChannelLayout LayoutOf(uint32_t frequencyMhz) {
 
 static_assert(LayoutOf(5220).centre80 == 42 && LayoutOf(5500).centre160 == 114 && LayoutOf(6135).centre320 == 31);
 
-}  // namespace vexo_host
+}  // namespace wifi
 
-#endif  // KESD_HOST_VEXO_CLIENT_SCENE_CHANNEL_LAYOUT_H_
+#endif  // KESD_HOST_WIFI_CHANNEL_LAYOUT_H_

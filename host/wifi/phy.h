@@ -1,13 +1,13 @@
 // Which generation of the radio a network uses and how wide its channel is, as its beacon says (IEEE Std 802.11-2020,
 // 9.4.2; 802.11ax-2021 and 802.11be for HE and EHT).
-#ifndef KESD_CLIENT_PHY_H_
-#define KESD_CLIENT_PHY_H_
+#ifndef KESD_HOST_WIFI_PHY_H_
+#define KESD_HOST_WIFI_PHY_H_
 
 #include <cstdint>
 #include <span>
 #include <string_view>
 
-namespace kes {
+namespace wifi {
 
 // The newest that the network offers; older ones are included.
 enum class Phy {
@@ -34,6 +34,6 @@ Phy PhyOf(std::span<const uint8_t> elements, uint32_t frequencyMhz);
 
 ChannelWidth ChannelWidthOf(std::span<const uint8_t> elements, uint32_t frequencyMhz);
 
-}  // namespace kes
+}  // namespace wifi
 
-#endif  // KESD_CLIENT_PHY_H_
+#endif  // KESD_HOST_WIFI_PHY_H_
