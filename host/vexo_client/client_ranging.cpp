@@ -25,6 +25,7 @@ struct Client::Ranging {
         nodePlaces(std::move(someNodePlaces)),
         id(request.getRequestId()),
         timeout(BoundedTimeout(request.ts, wifi::kDefaultRangingTimeoutMs)) {
+    query.timeout = timeout;
     query.nodes.reserve(request.nodes.count);
     for (uint32_t i = 0; i < request.nodes.count; ++i) query.nodes.push_back(request.nodes[i]);
   }
@@ -34,6 +35,7 @@ struct Client::Ranging {
         nodePlaces(std::move(someNodePlaces)),
         id(request.getRequestId()),
         timeout(BoundedTimeout(request.ts, wifi::kDefaultRangingTimeoutMs)) {
+    query.timeout = timeout;
     query.nodes.reserve(request.nodes.count);
     int32_t shortest = wifi::kMaxRangingIntervalMs;
     int32_t most = 1;

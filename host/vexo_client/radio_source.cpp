@@ -25,10 +25,14 @@ bool RadioSource::Open(const std::string& interface, std::string& error) {
     error = reason != nullptr ? reason : std::string(kModule) + " could not be loaded";
     return false;
   }
-  const nl80211::ScanReport report = [this](nl80211::ScanRequests served, ScanStatus status, std::vector<Bss> found) {
+  nl80211::RadioReports reports;
+  reports.scan = [this](nl80211::ScanRequests served, ScanStatus status, std::vector<Bss> found) {
     Report(std::move(served), status, std::move(found));
   };
-  radio.reset(reinterpret_cast<decltype(&nl80211::vexo_open_radio)>(symbol)(interface.c_str(), &report));
+  reports.ranging = [this](RangingDone done, ScanStatus status, std::vector<RangedPeer> peers) {
+    Report(std::move(done), status, std::move(peers));
+  };
+  radio.reset(reinterpret_cast<decltype(&nl80211::vexo_open_radio)>(symbol)(interface.c_str(), &reports));
   if (radio == nullptr) error = "no memory, descriptor or thread for the radio";
   return radio != nullptr;
 }
@@ -52,10 +56,14 @@ void RadioSource::Report(nl80211::ScanRequests served, ScanStatus status, std::v
   }
 }
 
-bool RadioSource::StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept try {
-  return scheduler.Now([done = std::move(done)] { done(ScanStatus::kUnsupported, {}); });
-} catch (const std::bad_alloc&) {
-  return false;
+void RadioSource::Report(RangingDone done, ScanStatus status, std::vector<RangedPeer> peers) noexcept {
+  bool kept = false;
+  try {
+    kept = scheduler.Now([done = std::move(done), status, peers = std::move(peers)] { done(status, peers); });
+  } catch (const std::bad_alloc&) {
+    // As when the scheduler has none.
+  }
+  if (!kept) zv_loc_fw::log_error(kTag, "a ranging result is dropped: no memory, or this is the end\n");
 }
 
 }  // namespace vexo_host

@@ -23,10 +23,13 @@ class RadioSource final : public MeasurementSource {
   bool StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override {
     return radio->StartScan(std::move(query), std::move(done));
   }
-  bool StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept override;
+  bool StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept override {
+    return radio->StartRanging(std::move(query), std::move(done));
+  }
 
  private:
   void Report(nl80211::ScanRequests served, wifi::ScanStatus status, std::vector<Bss> found) noexcept;
+  void Report(RangingDone done, wifi::ScanStatus status, std::vector<RangedPeer> peers) noexcept;
 
   Scheduler& scheduler;
   std::unique_ptr<nl80211::Radio> radio;

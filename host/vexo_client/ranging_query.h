@@ -14,6 +14,7 @@ namespace vexo_host {
 
 struct RangingQuery {
   std::vector<zv_loc_fw::VEXONodeInfo> nodes;
+  std::chrono::milliseconds timeout{0};  // after which nobody waits for the result any more
 };
 
 // How the measurement of one node went.

@@ -28,7 +28,8 @@ class MeasurementSource {
   // Listens on the channels that `query` admits at least. What else it hears it may report: the caller filters.
   [[nodiscard]] virtual bool StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept = 0;
 
-  // Measures the distance to each node once. With kOk, `peers` has an entry for each node, in their order; else none.
+  // Measures the distance to each node once. With kOk, `peers` has an entry for each node, in their order, and also
+  // with kTimedOut, which says that not all were measured; else none.
   [[nodiscard]] virtual bool StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept = 0;
 };
 

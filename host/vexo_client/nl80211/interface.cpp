@@ -62,6 +62,7 @@ void ReadWiphy(const Attributes& attributes, Interface& interface) {
   if (attributes[NL80211_ATTR_MAX_NUM_SCAN_SSIDS] != nullptr) {
     interface.maxScanSsids = std::max<size_t>(1, nla_get_u8(attributes[NL80211_ATTR_MAX_NUM_SCAN_SSIDS]));
   }
+  if (const auto ftm = ReadFtmCapabilities(attributes[NL80211_ATTR_PEER_MEASUREMENTS])) interface.ftm = ftm;
   AddFrequencies(attributes[NL80211_ATTR_WIPHY_BANDS], interface.frequenciesMhz);
 }
 

@@ -4,10 +4,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "host/vexo_client/nl80211/netlink.h"
+#include "host/vexo_client/nl80211/peer_measurement.h"
 #include "host/wifi/measurement_values.h"
 
 namespace vexo_host::nl80211 {
@@ -17,6 +19,7 @@ struct Interface {
   uint32_t wiphy = 0;
   size_t maxScanSsids = 1;
   std::vector<uint32_t> frequenciesMhz;  // that the radio may listen on now
+  std::optional<FtmCapabilities> ftm;    // none: it cannot measure distances
 };
 
 // Takes what one message of the radio's description says; its description comes in many. Throws std::bad_alloc.

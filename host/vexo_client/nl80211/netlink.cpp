@@ -99,8 +99,8 @@ struct Netlink::Answer {
   }
 
   static int OnSequence(nl_msg* message, void* self) {
-    const uint32_t wanted = static_cast<Answer*>(self)->sequence;
-    return wanted == 0 || nlmsg_hdr(message)->nlmsg_seq == wanted ? NL_OK : NL_SKIP;
+    const uint32_t wanted = static_cast<Answer*>(self)->sequence, has = nlmsg_hdr(message)->nlmsg_seq;
+    return wanted == 0 || has == wanted || has == 0 ? NL_OK : NL_SKIP;
   }
   static int OnMessage(nl_msg* message, void* self) {
     const auto& answer = *static_cast<Answer*>(self);

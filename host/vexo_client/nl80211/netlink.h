@@ -42,8 +42,8 @@ class Netlink {
   Message New(uint8_t command, int flags = 0) const;
 
   // Sends a message and waits for the kernel's answer. 0, or an errno; Explanation is then the kernel's, if it gave
-  // one. `handler`, where there is one, is called for each message of the answer. A dump that the kernel marks as
-  // inconsistent ends with EAGAIN: it is to be asked for again.
+  // one. `handler`, where there is one, is called for each message of the answer, and for what comes unasked meanwhile.
+  // A dump that the kernel marks as inconsistent ends with EAGAIN: it is to be asked for again.
   int Ask(Message message, const Handler& handler = nullptr);
 
   // Takes the messages that are there and does not wait. 0, or an errno: ENOBUFS when some were lost.

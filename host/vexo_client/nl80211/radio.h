@@ -10,6 +10,8 @@
 #include "host/vexo_client/bss.h"
 #include "host/vexo_client/discovery_query.h"
 #include "host/vexo_client/nl80211/scan_queue.h"
+#include "host/vexo_client/ranging_query.h"
+#include "host/vexo_client/source.h"
 #include "host/wifi/measurement_values.h"
 
 namespace vexo_host::nl80211 {
@@ -19,17 +21,26 @@ using ScanRequests = std::vector<std::shared_ptr<ScanRequest>>;
 // What one scan found, for all whom it serves. On the radio's thread: it must not wait. Throws nothing.
 using ScanReport = std::function<void(ScanRequests served, wifi::ScanStatus status, std::vector<Bss> found)>;
 
+// How a request's peers were measured, for the client's ranging. The same goes for it.
+using RangingReport = std::function<void(RangingDone done, wifi::ScanStatus status, std::vector<RangedPeer> peers)>;
+
+struct RadioReports {
+  ScanReport scan;
+  RangingReport ranging;
+};
+
 class Radio {
  public:
-  // Ends a scan of its own that runs; requests that were not answered are dropped.
+  // Ends a scan and a measurement of its own that run; requests that were not answered are dropped.
   virtual ~Radio() = default;
 
-  // Any thread; does not wait. False when there is no memory.
+  // Any thread; neither waits. False when there is no memory.
   virtual bool StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept = 0;
+  virtual bool StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept = 0;
 };
 
 // The radio with the network interface `name`, which need not be there yet. Null when there is no memory, or no thread.
-extern "C" Radio* vexo_open_radio(const char* name, const ScanReport* report);
+extern "C" Radio* vexo_open_radio(const char* name, const RadioReports* reports);
 
 }  // namespace vexo_host::nl80211
 

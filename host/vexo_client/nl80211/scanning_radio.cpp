@@ -8,12 +8,13 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <iterator>
 #include <new>
 #include <system_error>
 #include <utility>
 
 #include "host/fenksocket/poll_timeout.h"
-#include "host/vexo_client/nl80211/bss_entry.h"
+#include "host/vexo_client/nl80211/scan_results.h"
 #include "host/wifi/channels.h"
 #include "platform/log.h"
 
@@ -35,7 +36,8 @@ constexpr seconds kAbortTime{2};
 constexpr seconds kOthersTime{3};
 constexpr seconds kOthersInAll{60};
 constexpr int kMaxRetries = 2;
-constexpr int kMaxDumps = 10;
+// Before its timeout a ranging request is answered, so that what was measured arrives in time; at most a tenth of it.
+constexpr milliseconds kReportTime{100};
 constexpr milliseconds kClockSlack{20};  // of the time at which the driver says that it received a frame
 
 bool Includes6GHz(const ScanPlan& plan) {
@@ -75,8 +77,8 @@ Message TriggerMessage(const Netlink& netlink, uint32_t interface, const ScanPla
 
 }  // namespace
 
-ScanningRadio::ScanningRadio(std::string someName, ScanReport someReport)
-    : name(std::move(someName)), report(std::move(someReport)) {}
+ScanningRadio::ScanningRadio(std::string someName, const RadioReports& reports)
+    : name(std::move(someName)), report(reports.scan), rangingReport(reports.ranging), ranging(name, reports.ranging) {}
 
 ScanningRadio::~ScanningRadio() {
   {
@@ -109,18 +111,34 @@ bool ScanningRadio::StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanD
   return false;
 }
 
+bool ScanningRadio::StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept try {
+  const Clock::time_point deadline = Clock::now() + query->timeout - std::min(query->timeout / 10, kReportTime);
+  {
+    const kesd::MutexLock lock(mutex);
+    rangingInbox.push_back({std::move(query), std::move(done), deadline});
+  }
+  eventfd_write(wake.Get(), 1);
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
+}
+
 void ScanningRadio::Run() {
   while (TakeWanted()) {
     if (state == State::kIdle) Begin();
-    pollfd ready[] = {{wake.Get(), POLLIN, 0}, {events ? events->Descriptor() : -1, POLLIN, 0}};
-    const auto deadline = state == State::kIdle ? std::nullopt : std::optional(due);
-    if (poll(ready, 2, fenk::PollTimeout(deadline)) < 0 && errno != EINTR) {
+    pollfd ready[] = {
+        {wake.Get(), POLLIN, 0}, {events ? events->Descriptor() : -1, POLLIN, 0}, {ranging.Descriptor(), POLLIN, 0}};
+    auto deadline = ranging.Due();
+    if (state != State::kIdle) deadline = deadline ? std::min(*deadline, due) : due;
+    if (poll(ready, std::size(ready), fenk::PollTimeout(deadline)) < 0 && errno != EINTR) {
       zv_loc_fw::log_error(kTag, "%s: cannot wait for the radio: %s\n", name.c_str(), strerrordesc_np(errno));
     }
     eventfd_t ignored;
     if ((ready[0].revents & POLLIN) != 0) (void)eventfd_read(wake.Get(), &ignored);
     if (ready[1].revents != 0) TakeEvents();
     if (state != State::kIdle && Clock::now() >= due) Continue(Clock::now());
+    if (ready[2].revents != 0) ranging.TakeResults();
+    ranging.Continue(Clock::now());
   }
   if (state == State::kScanning) Abort();
 }
@@ -128,12 +146,15 @@ void ScanningRadio::Run() {
 // False when it is time to end.
 bool ScanningRadio::TakeWanted() {
   std::vector<Wanted> taken;
+  std::vector<RangingRequest> takenRanging;
   {
     const kesd::MutexLock lock(mutex);
     if (stopping) return false;
     taken.swap(inbox);
+    takenRanging.swap(rangingInbox);
   }
   for (Wanted& wanted : taken) Take(std::move(wanted));
+  for (RangingRequest& wanted : takenRanging) Take(std::move(wanted));
   return true;
 }
 
@@ -156,6 +177,25 @@ void ScanningRadio::Take(Wanted wanted) {
     status = ScanStatus::kFailed;
   }
   report({std::move(request)}, status, {});
+}
+
+void ScanningRadio::Take(RangingRequest wanted) {
+  ScanStatus status = ScanStatus::kFailed;
+  try {
+    Interface found;
+    status = OpenNetlink() ? LookUp(name, *commands, found) : ScanStatus::kUnavailable;
+    if (status == ScanStatus::kOk && !found.ftm) status = ScanStatus::kUnsupported;
+    if (status == ScanStatus::kOk) {
+      std::vector<Bss> known;
+      // Without it only peers whose channel is given are measured.
+      (void)ReadScanResults(*commands, found.index, Clock::time_point::min(), known);
+      ranging.Add(wanted, *found.ftm, known);
+      return;
+    }
+  } catch (const std::bad_alloc&) {
+    status = ScanStatus::kFailed;
+  }
+  rangingReport(std::move(wanted.done), status, {});
 }
 
 bool ScanningRadio::OpenNetlink() {
@@ -276,12 +316,8 @@ int ScanningRadio::Abort() try {
 // Answers with what the scan heard.
 void ScanningRadio::Finish() {
   std::vector<Bss> found;
-  int error = ENOMEM;
-  try {
-    error = ReadResults(found);
-  } catch (const std::bad_alloc&) {
-    found.clear();
-  }
+  // Of this scan only: the kernel keeps older entries too.
+  const int error = ReadScanResults(*commands, interface.index, queue.Since() - kClockSlack, found);
   ScanStatus status = StatusOf(error, name);
   // Of a scan whose end was never told, nothing heard says nothing about what there is.
   if (status == ScanStatus::kOk && state == State::kAborting && found.empty()) status = ScanStatus::kFailed;
@@ -295,33 +331,8 @@ void ScanningRadio::End(ScanStatus status, std::vector<Bss> found) {
   if (!served.empty()) report(std::move(served), status, std::move(found));
 }
 
-// What was heard since the scan was asked for: the kernel keeps older entries too.
-int ScanningRadio::ReadResults(std::vector<Bss>& found) {
-  const Clock::time_point oldest = queue.Since() - kClockSlack;
-  for (int dump = 0; dump < kMaxDumps; ++dump) {
-    found.clear();
-    Message message = commands->New(NL80211_CMD_GET_SCAN, NLM_F_DUMP);
-    if (nla_put_u32(message.get(), NL80211_ATTR_IFINDEX, interface.index) != 0) return ENOMEM;
-    bool outOfMemory = false;
-    const Instant now = Instant::Now();
-    const int error = commands->Ask(std::move(message), [&](uint8_t, const Attributes& attributes) {
-      try {
-        std::optional<Bss> bss = ReadBssEntry(attributes[NL80211_ATTR_BSS], now);
-        if (bss && bss->takenAt >= oldest) found.push_back(std::move(*bss));
-      } catch (const std::bad_alloc&) {
-        outOfMemory = true;
-      }
-    });
-    if (outOfMemory) return ENOMEM;
-    if (error == EAGAIN) continue;
-    if (error == 0) MergeHidden(found);
-    return error;
-  }
-  return EAGAIN;
-}
-
-Radio* vexo_open_radio(const char* name, const ScanReport* report) try {
-  auto radio = std::make_unique<ScanningRadio>(name, *report);
+Radio* vexo_open_radio(const char* name, const RadioReports* reports) try {
+  auto radio = std::make_unique<ScanningRadio>(name, *reports);
   return radio->Start() ? radio.release() : nullptr;
 } catch (const std::exception&) {
   return nullptr;

@@ -1,4 +1,4 @@
-// The radio's own thread, which alone talks to the kernel: scans one at a time, and waits for their ends.
+// The radio's own thread, which alone talks to the kernel: scans and measures one at a time, and waits for their ends.
 #ifndef KESD_HOST_VEXO_CLIENT_NL80211_SCANNING_RADIO_H_
 #define KESD_HOST_VEXO_CLIENT_NL80211_SCANNING_RADIO_H_
 
@@ -14,6 +14,7 @@
 #include "host/vexo_client/nl80211/interface.h"
 #include "host/vexo_client/nl80211/netlink.h"
 #include "host/vexo_client/nl80211/radio.h"
+#include "host/vexo_client/nl80211/ranging_turns.h"
 #include "host/vexo_client/nl80211/scan_queue.h"
 #include "support/mutex.h"
 
@@ -21,13 +22,14 @@ namespace vexo_host::nl80211 {
 
 class ScanningRadio final : public Radio {
  public:
-  ScanningRadio(std::string someName, ScanReport someReport);
+  ScanningRadio(std::string someName, const RadioReports& reports);
   ~ScanningRadio() override;
 
   // False when there is no thread or no descriptor for it. Call it once, first.
   bool Start();
 
   bool StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override KESD_EXCLUDES(mutex);
+  bool StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept override KESD_EXCLUDES(mutex);
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -47,6 +49,7 @@ class ScanningRadio final : public Radio {
   void Run();
   bool TakeWanted() KESD_EXCLUDES(mutex);
   void Take(Wanted wanted);
+  void Take(RangingRequest wanted);
   bool OpenNetlink();
 
   void Begin();
@@ -57,18 +60,20 @@ class ScanningRadio final : public Radio {
   int Abort();
   void Finish();
   void End(wifi::ScanStatus status, std::vector<Bss> found = {});
-  int ReadResults(std::vector<Bss>& found);
 
   const std::string name;
   const ScanReport report;
+  const RangingReport rangingReport;
   fenk::UniqueFd wake;
   std::thread thread;
 
   kesd::Mutex mutex;
   std::vector<Wanted> inbox KESD_GUARDED_BY(mutex);
+  std::vector<RangingRequest> rangingInbox KESD_GUARDED_BY(mutex);
   bool stopping KESD_GUARDED_BY(mutex) = false;
 
   // The thread's own.
+  RangingTurns ranging;
   std::optional<Netlink> commands, events;
   Interface interface;
   ScanQueue queue;
