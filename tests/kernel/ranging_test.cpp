@@ -31,6 +31,12 @@ std::string PeerText(size_t number) {
   return text;
 }
 
+kes::MacAddress MacOf(const std::string& text) {
+  kes::MacAddress mac{};
+  sscanf(text.c_str(), "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &mac[0], &mac[1], &mac[2], &mac[3], &mac[4], &mac[5]);
+  return mac;
+}
+
 class Ranging : public testing::Test {
  protected:
   void SetUp() override {
@@ -217,13 +223,7 @@ TEST_F(Ranging, AsksTheRadioForWhatItAndThePeerCanDo) {
   };
   kes::RangingRequest request;
   request.timeoutMs = 30'000;
-  for (const auto& [address, parameters, asked] : cases) {
-    kes::MacAddress mac{};
-    ASSERT_EQ(
-        sscanf(address.c_str(), "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &mac[0], &mac[1], &mac[2], &mac[3], &mac[4], &mac[5]),
-        6);
-    request.nodes.push_back({mac, {}, parameters});
-  }
+  for (const auto& [address, parameters, asked] : cases) request.nodes.push_back({MacOf(address), {}, parameters});
   auto client = daemon.Connect();
   auto scan = client->StartRanging(request);
   ASSERT_TRUE(scan);
@@ -248,6 +248,7 @@ TEST_F(Ranging, AsksTheRadioForWhatItAndThePeerCanDo) {
         << i;
   }
   EXPECT_EQ(result->measurements[1].ranging.burstsAsked, 4);
+  EXPECT_EQ(result->measurements[1].values.frequencyMhz, 5'745u);
 }
 
 TEST_F(Ranging, MeasuresTheOthersWhereTheKernelRefusesOne) {
@@ -303,14 +304,28 @@ TEST_F(Ranging, AnswersInTimeWithWhatWasMeasuredAndGivesTheRestUp) {
   ASSERT_TRUE(mediator.Register());
   const Daemon daemon("nl80211:" + interface);
   const int before = Sockets();
-  std::vector<std::string> peers;
-  for (size_t i = 0; i < 4; ++i) peers.push_back(PeerText(i) + "@5180");
-  Process range = Range(daemon, peers, 3'000);
+  // Twice the same is measured twice, one after the other.
+  Process range = Range(daemon, {PeerText(0) + "@5180", PeerText(1) + "@5180", PeerText(0) + "@5180"}, 3'000);
   ASSERT_TRUE(AnswerNext(kNear));
   ASSERT_EQ(mediator.Next().peers.size(), 1u);
   EXPECT_GT(Sockets(), before);
-  EXPECT_EQ(Statuses(std::move(range)), Json({2, "success", "success", "success", "not-measured"}));
+  EXPECT_EQ(Statuses(std::move(range)), Json({2, "success", "success", "not-measured"}));
   EXPECT_EQ(Sockets(), before + 2);  // the radio's own two; that of the measurement is closed
+}
+
+TEST_F(Ranging, MeasuresAPeerForNoLongerThanItsOwnTime) {
+  ASSERT_TRUE(mediator.Register());
+  const Daemon daemon("nl80211:" + interface);
+  auto client = daemon.Connect();
+  kes::RangingRequest request;
+  request.timeoutMs = 60'000;
+  request.nodes.push_back({MacOf(PeerText(0)), {}, {.frequencyMhz = 5'180, .timeoutMs = 300}});
+  auto scan = client->StartRanging(request);
+  ASSERT_EQ(mediator.Next().peers.size(), 1u);
+  const auto result = scan->Wait(testing_process::Soon(), -1);
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, wifi::ScanStatus::kOk);
+  EXPECT_EQ(result->measurements.at(0).ranging.status, wifi::RangingStatus::kNotMeasured);
 }
 
 }  // namespace

@@ -137,7 +137,7 @@ RangingStatus ReadDistance(const FtmResponse& ftm, wifi::RangingValues& values) 
     variancePs2 = static_cast<double>(nla_get_u64(variance));
     if (distanceVariance == nullptr) deviationMm = std::sqrt(variancePs2) * kMmPerPs;
   }
-  constexpr double kMaxVariance = 1ull << 62;
+  constexpr double kMaxVariance = 4e18;
   values.distanceStdMm = static_cast<uint32_t>(std::lround(std::min(deviationMm, kMaxMm)));
   values.rttVariancePs2 = static_cast<uint64_t>(std::llround(std::min(variancePs2, kMaxVariance)));
   return RangingStatus::kSuccess;

@@ -37,6 +37,8 @@ Heard LatestOf(const std::vector<Bss>& known) {
   return latest;
 }
 
+uint16_t BurstsOf(const FtmRequest& request) { return static_cast<uint16_t>(1u << request.burstExponent); }
+
 }  // namespace
 
 // A node that can be measured.
@@ -123,9 +125,10 @@ void RangingTurns::Take(const FtmResult& result) {
     RangedPeer& ranged = turn.results[peer.node];
     ranged.takenAt = Clock::now();
     wifi::RangingValues latest = result.values;
-    latest.burstsAsked = ranged.values.burstsAsked;
-    if (latest.status == RangingStatus::kSuccess && latest.burstsAnswered == 0) {
-      latest.burstsAnswered = latest.burstsAsked;
+    latest.burstsAsked = BurstsOf(peer.request);
+    if (latest.status == RangingStatus::kSuccess) {
+      ranged.frequencyMhz = peer.request.frequencyMhz;
+      if (latest.burstsAnswered == 0) latest.burstsAnswered = latest.burstsAsked;
     }
     AddBurst(ranged.values, latest);
   }
@@ -172,12 +175,6 @@ bool RangingTurns::BeginRound(Turn& turn, Clock::time_point now) {
       const uint32_t interface = if_nametoindex(name.c_str());  // it may have been made anew since
       turn.roundEnd = begin + requests.size();
       isComplete = false;
-      for (size_t i = begin; i < turn.roundEnd; ++i) {
-        const Peer& peer = turn.peers[i];
-        RangedPeer& result = turn.results[peer.node];
-        result.frequencyMhz = peer.request.frequencyMhz;
-        result.values.burstsAsked = static_cast<uint16_t>(1u << peer.request.burstExponent);
-      }
       // The first results may come before the acknowledgement.
       error =
           measurement->Ask(StartMessage(*measurement, interface, left, requests),
@@ -197,15 +194,16 @@ bool RangingTurns::BeginRound(Turn& turn, Clock::time_point now) {
 
 // False when the same is to be asked later.
 bool RangingTurns::Refused(Turn& turn, size_t count, int error, Clock::time_point now) {
-  const std::string why = measurement ? measurement->Explanation() : std::string();
-  measurement.reset();
   turn.roundEnd = turn.roundBegin;
   if (error == EBUSY) {
+    measurement.reset();
     due = now + kBusyPause;
     return false;
   }
+  const char* const why = measurement ? measurement->Explanation().c_str() : "";
   zv_loc_fw::log_warning(kTag, "%s: the kernel refuses to measure distances to %zu peers: %s%s%s\n", name.c_str(),
-                         count, strerrordesc_np(error), why.empty() ? "" : ": ", why.c_str());
+                         count, strerrordesc_np(error), *why == '\0' ? "" : ": ", why);
+  measurement.reset();
   if (error != EINVAL && error != ERANGE) {
     End(turns.begin(), error == EOPNOTSUPP ? ScanStatus::kUnsupported : StatusOf(error, name));
   } else if (count > 1) {
@@ -221,7 +219,10 @@ void RangingTurns::EndRound(Turn& turn) {
   measurement.reset();
   for (size_t i = turn.roundBegin; i < turn.roundEnd; ++i) {
     const Peer& peer = turn.peers[i];
-    if (!peer.hasResult && isComplete) turn.results[peer.node].values.status = RangingStatus::kNoResponse;
+    if (peer.hasResult || !isComplete) continue;
+    wifi::RangingValues& values = turn.results[peer.node].values;
+    values.status = RangingStatus::kNoResponse;
+    values.burstsAsked = BurstsOf(peer.request);
   }
 }
 
