@@ -117,8 +117,10 @@ TEST_F(Ranging, ReportsEachPeerAsTheKernelDoes) {
        0.3,
        0.0,
        2'000},
-      {"a burst that failed before one that did not",
-       {{.status = NL80211_PMSR_STATUS_TIMEOUT, .isFinal = false}, {.rttPs = 3'000, .burst = 1}},
+      {"a burst between two that failed",
+       {{.status = NL80211_PMSR_STATUS_TIMEOUT, .isFinal = false},
+        {.rttPs = 3'000, .burst = 1, .isFinal = false},
+        {.status = NL80211_PMSR_STATUS_TIMEOUT, .burst = 2}},
        "success",
        0.45,
        0.0,
@@ -263,7 +265,7 @@ TEST_F(Ranging, MeasuresTheOthersWhereTheKernelRefusesOne) {
   }
   EXPECT_EQ(Statuses(std::move(range)), Json({0, "success", "failed", "success", "success"}));
   const std::string log = daemon.Stop().out;
-  EXPECT_NE(log.find("refuses to measure distances to 3 peers: Invalid argument: "), std::string::npos) << log;
+  EXPECT_NE(log.find("refuses to measure the distance to 3 peers: Invalid argument: "), std::string::npos) << log;
 }
 
 TEST_F(Ranging, SaysWhyTheRadioCannotMeasure) {

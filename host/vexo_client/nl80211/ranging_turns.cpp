@@ -201,8 +201,8 @@ bool RangingTurns::Refused(Turn& turn, size_t count, int error, Clock::time_poin
     return false;
   }
   const char* const why = measurement ? measurement->Explanation().c_str() : "";
-  zv_loc_fw::log_warning(kTag, "%s: the kernel refuses to measure distances to %zu peers: %s%s%s\n", name.c_str(),
-                         count, strerrordesc_np(error), *why == '\0' ? "" : ": ", why);
+  zv_loc_fw::log_warning(kTag, "%s: the kernel refuses to measure the distance to %zu peer%s: %s%s%s\n", name.c_str(),
+                         count, count == 1 ? "" : "s", strerrordesc_np(error), *why == '\0' ? "" : ": ", why);
   measurement.reset();
   if (error != EINVAL && error != ERANGE) {
     End(turns.begin(), error == EOPNOTSUPP ? ScanStatus::kUnsupported : StatusOf(error, name));
