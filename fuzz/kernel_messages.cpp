@@ -3,6 +3,7 @@
 #include "host/vexo_client/nl80211/bss_entry.h"
 #include "host/vexo_client/nl80211/interface.h"
 #include "host/vexo_client/nl80211/netlink.h"
+#include "host/vexo_client/nl80211/peer_measurement.h"
 #include "host/wifi/information_elements.h"
 
 namespace {
@@ -27,6 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   std::vector<Bss> found;
   Interface interface;
   const Instant now{std::chrono::steady_clock::time_point(std::chrono::hours(1)), std::chrono::hours(1)};
+  wifi::RangingValues sum;
   while (!input.AtEnd()) {
     const std::size_t length = input.Take<uint16_t>() % 600;
     std::vector<uint8_t> message(NLMSG_HDRLEN);
@@ -38,11 +40,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     Attributes attributes;
     if (!ReadAttributes(header, command, attributes)) continue;
     ReadWiphy(attributes, interface);
+    ReadFtmResults(attributes[NL80211_ATTR_PEER_MEASUREMENTS], [&](const FtmResult& result) {
+      Require(result.address >> 48 == 0, "an address has 48 bits");
+      AddBurst(sum, result.values);
+    });
     if (auto bss = ReadBssEntry(attributes[NL80211_ATTR_BSS], now)) {
       CheckBss(*bss);
       found.push_back(std::move(*bss));
     }
   }
+  if (interface.ftm) Require(interface.ftm->maxPeers - 1 < kMaxPeersAtOnce, "some peers are measured at once");
   const std::size_t before = found.size();
   MergeHidden(found);
   Require(found.empty() == (before == 0), "merging leaves something");
