@@ -70,7 +70,8 @@ sigset_t EndSignals() {
 }  // namespace
 
 struct Service::Poller {
-  explicit Poller(std::chrono::milliseconds answerDeadline) : lookAfter(answerDeadline / 4) {}
+  explicit Poller(std::chrono::milliseconds answerDeadline)
+      : lookAfter(std::max(answerDeadline / 4, std::chrono::milliseconds(1))) {}
 
   const UniqueFd epoll{epoll_create1(EPOLL_CLOEXEC)};
   const UniqueFd timer{timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)};

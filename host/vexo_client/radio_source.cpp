@@ -26,7 +26,7 @@ bool RadioSource::Open(const std::string& interface, std::string& error) {
     return false;
   }
   nl80211::RadioReports reports;
-  reports.scan = [this](const nl80211::ScanRequests& served, ScanStatus status, std::vector<Bss> found) {
+  reports.scan = [this](nl80211::ScanRequests served, ScanStatus status, std::vector<Bss> found) {
     Report(served, status, std::move(found));
   };
   reports.ranging = [this](RangingDone done, ScanStatus status, std::vector<RangedPeer> peers) {
@@ -37,7 +37,7 @@ bool RadioSource::Open(const std::string& interface, std::string& error) {
   return radio != nullptr;
 }
 
-void RadioSource::Report(const nl80211::ScanRequests& served, ScanStatus status, std::vector<Bss> found) noexcept {
+void RadioSource::Report(nl80211::ScanRequests served, ScanStatus status, std::vector<Bss> found) noexcept {
   BssList list;
   try {
     list = MakeBssList(std::move(found));

@@ -11,9 +11,9 @@
 namespace vexo_host {
 
 // `choice` is `scene`, `scene:key=value,...`, `capture:FILE` or `nl80211:INTERFACE`; empty stands for `scene`. Anything
-// else is logged as an error and gives a source that answers every request with kUnavailable: the clients then learn it, and the log keeps
-// the reason, where a process that ends would be started again and again. `scheduler` must outlive the source's tasks.
-// Throws std::bad_alloc.
+// else is logged as an error and gives a source that answers every request with kUnavailable: the clients then learn
+// it, and the log keeps the reason, where a process that ends would be started again and again. `scheduler` must
+// outlive the source's tasks. Throws std::bad_alloc.
 std::unique_ptr<MeasurementSource> MakeSource(std::string_view choice, Scheduler& scheduler);
 
 }  // namespace vexo_host

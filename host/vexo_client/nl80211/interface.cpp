@@ -2,10 +2,13 @@
 
 #include <net/if.h>
 #include <netlink/attr.h>
+#include <sys/ioctl.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <new>
@@ -15,7 +18,8 @@ namespace {
 
 using wifi::ScanStatus;
 
-bool IsBlocked(const std::string& name) {
+// Without memory to look it is taken to be not.
+bool IsBlocked(const std::string& name) noexcept try {
   std::error_code error;
   const std::filesystem::path radio = "/sys/class/net/" + name + "/phy80211";
   for (std::filesystem::directory_iterator entry(radio, error), end; !error && entry != end; entry.increment(error)) {
@@ -25,6 +29,8 @@ bool IsBlocked(const std::string& name) {
       if (std::ifstream(entry->path() / kind) >> blocked && blocked != 0) return true;
     }
   }
+  return false;
+} catch (const std::exception&) {
   return false;
 }
 
@@ -66,7 +72,7 @@ void ReadWiphy(const Attributes& attributes, Interface& interface) {
   AddFrequencies(attributes[NL80211_ATTR_WIPHY_BANDS], interface.frequenciesMhz);
 }
 
-ScanStatus StatusOf(int error, const std::string& name) {
+ScanStatus StatusOf(int error, const std::string& name) noexcept {
   switch (error) {
     case 0:
       return ScanStatus::kOk;
@@ -87,10 +93,17 @@ ScanStatus StatusOf(int error, const std::string& name) {
   }
 }
 
-ScanStatus LookUp(const std::string& name, Netlink& netlink, Interface& interface) {
-  interface = Interface();
-  interface.index = if_nametoindex(name.c_str());
-  if (interface.index == 0) return ScanStatus::kInterfaceGone;
+uint32_t IndexOf(const std::string& name, const Netlink& netlink) {
+  ifreq request{};
+  errno = ENODEV;  // no interface has a longer name
+  if (name.size() >= sizeof(request.ifr_name)) return 0;
+  std::memcpy(request.ifr_name, name.data(), name.size());
+  return ioctl(netlink.Descriptor(), SIOCGIFINDEX, &request) == 0 ? static_cast<uint32_t>(request.ifr_ifindex) : 0;
+}
+
+ScanStatus FindInterface(const std::string& name, Netlink& netlink, Interface& interface) {
+  interface.index = IndexOf(name, netlink);
+  if (interface.index == 0) return StatusOf(errno, name);
 
   Message ask = netlink.New(NL80211_CMD_GET_INTERFACE);
   if (nla_put_u32(ask.get(), NL80211_ATTR_IFINDEX, interface.index) != 0) throw std::bad_alloc();
@@ -100,11 +113,17 @@ ScanStatus LookUp(const std::string& name, Netlink& netlink, Interface& interfac
     isRadio = true;
     interface.wiphy = nla_get_u32(attributes[NL80211_ATTR_WIPHY]);
   });
-  if (error == ENODEV && if_nametoindex(name.c_str()) != 0) return ScanStatus::kWrongInterface;  // it has no radio
+  if (error == ENODEV && IndexOf(name, netlink) != 0) return ScanStatus::kWrongInterface;  // it has no radio
   if (error != 0) return StatusOf(error, name);
-  if (!isRadio) return ScanStatus::kWrongInterface;
+  return isRadio ? ScanStatus::kOk : ScanStatus::kWrongInterface;
+}
 
-  ask = netlink.New(NL80211_CMD_GET_WIPHY, NLM_F_DUMP);
+ScanStatus LookUp(const std::string& name, Netlink& netlink, Interface& interface) {
+  interface = Interface();
+  const ScanStatus status = FindInterface(name, netlink, interface);
+  if (status != ScanStatus::kOk) return status;
+
+  Message ask = netlink.New(NL80211_CMD_GET_WIPHY, NLM_F_DUMP);
   if (nla_put_u32(ask.get(), NL80211_ATTR_WIPHY, interface.wiphy) != 0 ||
       nla_put_flag(ask.get(), NL80211_ATTR_SPLIT_WIPHY_DUMP) != 0) {
     throw std::bad_alloc();
@@ -118,6 +137,7 @@ ScanStatus LookUp(const std::string& name, Netlink& netlink, Interface& interfac
     }
   });
   if (outOfMemory) throw std::bad_alloc();
+  if (dumpError == 0 && interface.frequenciesMhz.empty()) return ScanStatus::kInterfaceGone;  // in between
   return StatusOf(dumpError, name);
 }
 

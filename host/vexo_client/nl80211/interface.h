@@ -25,12 +25,17 @@ struct Interface {
 // Takes what one message of the radio's description says; its description comes in many. Throws std::bad_alloc.
 void ReadWiphy(const Attributes& attributes, Interface& interface);
 
+// The index of the network interface; 0, which none has, when there is none, with errno. Takes no descriptor of its
+// own.
+uint32_t IndexOf(const std::string& name, const Netlink& netlink);
+
 // Looks the interface up by its name, anew each time: it may have gone and come back as another one. kOk, or why it
-// cannot serve. Throws std::bad_alloc.
+// cannot serve. Throws std::bad_alloc. FindInterface sets its index and its radio's number alone.
+wifi::ScanStatus FindInterface(const std::string& name, Netlink& netlink, Interface& interface);
 wifi::ScanStatus LookUp(const std::string& name, Netlink& netlink, Interface& interface);
 
 // What the kernel's refusal of a command on the interface means to a client.
-wifi::ScanStatus StatusOf(int error, const std::string& name);
+wifi::ScanStatus StatusOf(int error, const std::string& name) noexcept;
 
 }  // namespace vexo_host::nl80211
 

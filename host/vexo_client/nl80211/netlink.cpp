@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -14,6 +15,7 @@ namespace vexo_host::nl80211 {
 namespace {
 
 constexpr int kReceiveBuffer = 256 << 10;  // a peer measurement's results are lost when they do not fit
+constexpr size_t kMessageSize = 16 << 10;  // 255 SSIDs and all channels fit
 constexpr int kAnswerTimeMs = 5'000;       // the kernel answers at once; a driver may take its time
 
 nla_policy PolicyOf(uint16_t type) {
@@ -47,8 +49,6 @@ int ErrnoOf(int libnlError) {
       return ENOMEM;
     case NLE_OBJ_NOTFOUND:
       return ENOENT;
-    case NLE_DUMP_INTR:
-      return EAGAIN;
     default:
       return EIO;
   }
@@ -80,12 +80,13 @@ struct Netlink::Answer {
       skipped += body.msg.nlmsg_len - NLMSG_HDRLEN;
     }
     const auto length = static_cast<size_t>(nlmsg_datalen(&header));
+    skipped = NLMSG_ALIGN(skipped);
     if (skipped > length) return;
     std::array<nlattr*, NLMSGERR_ATTR_MAX + 1> attributes{};
     std::array<nla_policy, NLMSGERR_ATTR_MAX + 1> policy{};
     policy[NLMSGERR_ATTR_MSG] = PolicyOf(NLA_NUL_STRING);
     policy[NLMSGERR_ATTR_COOKIE] = PolicyOf(NLA_U64);
-    auto* const head = reinterpret_cast<nlattr*>(static_cast<char*>(nlmsg_data(&header)) + NLMSG_ALIGN(skipped));
+    auto* const head = reinterpret_cast<nlattr*>(static_cast<char*>(nlmsg_data(&header)) + skipped);
     if (nla_parse(attributes.data(), NLMSGERR_ATTR_MAX, head, static_cast<int>(length - skipped), policy.data()) != 0) {
       return;
     }
@@ -111,8 +112,19 @@ struct Netlink::Answer {
     }
     return NL_OK;
   }
-  static int OnFinish(nl_msg*, void* self) {
-    static_cast<Answer*>(self)->ended = true;
+  // A dump that fails says so in its last message, which is no error message.
+  static int OnFinish(nl_msg* message, void* self) {
+    auto& answer = *static_cast<Answer*>(self);
+    int32_t result = 0;
+    if (nlmsg_datalen(nlmsg_hdr(message)) >= static_cast<int>(sizeof(result))) {
+      std::memcpy(&result, nlmsg_data(nlmsg_hdr(message)), sizeof(result));
+    }
+    if (result < 0) answer.error = -result;
+    answer.ended = true;
+    return NL_OK;
+  }
+  static int OnInterruptedDump(nl_msg*, void* self) {
+    static_cast<Answer*>(self)->interrupted = true;
     return NL_OK;
   }
   static int OnAcknowledgement(nl_msg* message, void* self) {
@@ -158,7 +170,7 @@ int Netlink::Join(const char* group) {
 }
 
 Message Netlink::New(uint8_t command, int flags) const {
-  Message message(nlmsg_alloc());
+  Message message(nlmsg_alloc_size(kMessageSize));
   if (message == nullptr ||
       genlmsg_put(message.get(), NL_AUTO_PORT, NL_AUTO_SEQ, family, 0, flags, command, 0) == nullptr) {
     throw std::bad_alloc();
@@ -171,15 +183,12 @@ int Netlink::ReceiveInto(Answer& answer) {
   if (callbacks == nullptr) return ENOMEM;
   nl_cb_set(callbacks.get(), NL_CB_SEQ_CHECK, NL_CB_CUSTOM, Answer::OnSequence, &answer);
   nl_cb_set(callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, Answer::OnMessage, &answer);
+  nl_cb_set(callbacks.get(), NL_CB_DUMP_INTR, NL_CB_CUSTOM, Answer::OnInterruptedDump, &answer);
   nl_cb_set(callbacks.get(), NL_CB_FINISH, NL_CB_CUSTOM, Answer::OnFinish, &answer);
   nl_cb_set(callbacks.get(), NL_CB_ACK, NL_CB_CUSTOM, Answer::OnAcknowledgement, &answer);
   nl_cb_err(callbacks.get(), NL_CB_CUSTOM, Answer::OnError, &answer);
   errno = 0;
   const int error = nl_recvmsgs(socket.get(), callbacks.get());
-  if (error == -NLE_DUMP_INTR) {
-    answer.interrupted = true;
-    return 0;
-  }
   if (error >= 0 || answer.ended) return 0;
   return errno == ENOBUFS ? ENOBUFS : ErrnoOf(error);
 }
@@ -206,6 +215,7 @@ int Netlink::Ask(Message message, const Handler& handler) {
 int Netlink::Receive(const Handler& handler) {
   Answer answer{*this, handler, 0};
   for (;;) {
+    answer.ended = false;
     if (const int error = ReceiveInto(answer); error != 0) return error == EAGAIN ? 0 : error;
   }
 }

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "host/vexo_client/bss.h"
@@ -16,7 +17,7 @@
 
 namespace vexo_host::nl80211 {
 
-using ScanRequests = std::vector<std::shared_ptr<ScanRequest>>;
+using ScanRequests = std::span<const std::shared_ptr<ScanRequest>>;
 
 // What one scan found, for all whom it serves. On the radio's thread: it must not wait. Throws nothing.
 using ScanReport = std::function<void(ScanRequests served, wifi::ScanStatus status, std::vector<Bss> found)>;

@@ -1,7 +1,5 @@
 #include "host/vexo_client/nl80211/ranging_turns.h"
 
-#include <net/if.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -10,6 +8,7 @@
 #include <span>
 #include <utility>
 
+#include "host/vexo_client/nl80211/interface.h"
 #include "host/vexo_client/nl80211/ranging_plan.h"
 #include "host/wifi/ranging_parameters.h"
 #include "platform/log.h"
@@ -172,7 +171,7 @@ bool RangingTurns::BeginRound(Turn& turn, Clock::time_point now) {
     error = measurement.emplace().Open();
     if (error == 0) {
       const milliseconds left = std::chrono::ceil<milliseconds>(turn.request.deadline - now);
-      const uint32_t interface = if_nametoindex(name.c_str());  // it may have been made anew since
+      const uint32_t interface = IndexOf(name, *measurement);  // it may have been made anew since
       turn.roundEnd = begin + requests.size();
       isComplete = false;
       // The first results may come before the acknowledgement.

@@ -13,16 +13,25 @@ bool Includes(const std::set<T>& all, const std::set<T>& some) {
   return std::includes(all.begin(), all.end(), some.begin(), some.end());
 }
 
+// Whether it needs more of the 6 GHz band than a driver that follows announcements listens to.
+bool HasOther6GHzChannels(const ScanPlan& plan) {
+  return std::any_of(plan.frequenciesMhz.begin(), plan.frequenciesMhz.end(), [](uint32_t frequency) {
+    return wifi::Is6GHz(frequency) && !wifi::IsPreferredScanningChannel(frequency);
+  });
+}
+
 }  // namespace
 
 bool Covers(const ScanPlan& plan, const ScanPlan& wanted) {
   return plan.IsPassive() == wanted.IsPassive() && (plan.bssid == 0 || plan.bssid == wanted.bssid) &&
+         (wanted.colocated || !plan.colocated || !HasOther6GHzChannels(wanted)) &&
          Includes(plan.frequenciesMhz, wanted.frequenciesMhz) && Includes(plan.ssids, wanted.ssids);
 }
 
 bool Merge(ScanPlan& plan, const ScanPlan& wanted, size_t maxSsids) {
   if (plan.IsPassive() != wanted.IsPassive() || plan.bssid != wanted.bssid) return false;
   ScanPlan both = plan;
+  both.colocated = plan.colocated && wanted.colocated;
   both.frequenciesMhz.insert(wanted.frequenciesMhz.begin(), wanted.frequenciesMhz.end());
   both.ssids.insert(wanted.ssids.begin(), wanted.ssids.end());
   if (both.ssids.size() > maxSsids) return false;
@@ -39,6 +48,7 @@ std::vector<ScanPlan> PlansFor(const DiscoveryQuery& query, const std::vector<ui
     if (worthwhile && query.filters.AdmitsFrequency(frequency)) plan.frequenciesMhz.insert(frequency);
   }
   if (plan.frequenciesMhz.empty()) return {};
+  plan.colocated = !query.filters.ListsChannels() && wifi::Is6GHz(*plan.frequenciesMhz.rbegin());
   if (query.scanType == wifi::ScanType::kPassive) return {plan};
 
   if (query.filters.MacAddresses().size() == 1) plan.bssid = query.filters.MacAddresses().front();

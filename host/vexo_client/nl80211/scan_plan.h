@@ -16,7 +16,10 @@ namespace vexo_host::nl80211 {
 struct ScanPlan {
   std::set<uint32_t> frequenciesMhz;
   std::set<std::string> ssids;  // octets, to probe for; the wildcard is empty; none in a passive scan
-  uint64_t bssid = 0;           // to probe alone; 0 for all
+  // Follow what access points of the lower bands announce in the 6 GHz band, within the frequencies. A driver that does
+  // so listens to nothing else there but the preferred scanning channels.
+  bool colocated = false;
+  uint64_t bssid = 0;  // to probe alone; 0 for all
 
   bool IsPassive() const { return ssids.empty(); }
 };

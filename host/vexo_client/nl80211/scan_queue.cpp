@@ -11,8 +11,8 @@ void ScanQueue::Add(const std::shared_ptr<ScanRequest>& request, const std::vect
 }
 
 void ScanQueue::Add(const std::shared_ptr<ScanRequest>& request, const ScanPlan& plan, size_t maxSsids) {
-  const auto covering =
-      std::find_if(turns.begin(), turns.end(), [&](const ScanTurn& turn) { return Covers(turn.plan, plan); });
+  const auto first = turns.begin() + (hasCurrent && !isOpen ? 1 : 0);
+  const auto covering = std::find_if(first, turns.end(), [&](const ScanTurn& turn) { return Covers(turn.plan, plan); });
   if (covering != turns.end()) {
     covering->requests.push_back(request);
     return;
@@ -27,6 +27,7 @@ void ScanQueue::Add(const std::shared_ptr<ScanRequest>& request, const ScanPlan&
 
 const ScanTurn* ScanQueue::Begin(std::chrono::steady_clock::time_point now) {
   hasCurrent = !turns.empty();
+  isOpen = true;
   if (!hasCurrent) return nullptr;
   for (const auto& request : turns.front().requests) request->since = std::min(request->since, now);
   return &turns.front();

@@ -38,6 +38,9 @@ class ScanQueue {
   // Makes the longest waiting scan the current one, from `now` on; null when none waits. There must be no current one.
   const ScanTurn* Begin(std::chrono::steady_clock::time_point now);
 
+  // Nobody joins the current scan any more.
+  void Close() { isOpen = false; }
+
   // Since when the current scan's requests want to know what was heard.
   std::chrono::steady_clock::time_point Since() const;
 
@@ -49,6 +52,7 @@ class ScanQueue {
 
   std::deque<ScanTurn> turns;
   bool hasCurrent = false;  // the first one
+  bool isOpen = true;       // to join it
 };
 
 }  // namespace vexo_host::nl80211

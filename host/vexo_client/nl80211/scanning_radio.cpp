@@ -1,6 +1,5 @@
 #include "host/vexo_client/nl80211/scanning_radio.h"
 
-#include <net/if.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 
@@ -36,6 +35,9 @@ constexpr seconds kAbortTime{2};
 constexpr seconds kOthersTime{3};
 constexpr seconds kOthersInAll{60};
 constexpr int kMaxRetries = 2;
+constexpr seconds kEventPause{1};  // for what may come all the same once events were lost, or the interface went
+constexpr size_t kMaxScansOfARequest = 16;
+constexpr int kPauseWithoutMemoryMs = 100;
 // Before its timeout a ranging request is answered, so that what was measured arrives in time; at most a tenth of it.
 constexpr milliseconds kReportTime{100};
 constexpr milliseconds kClockSlack{20};  // of the time at which the driver says that it received a frame
@@ -68,7 +70,7 @@ Message TriggerMessage(const Netlink& netlink, uint32_t interface, const ScanPla
     fits = fits && nla_put(to, NL80211_ATTR_MAC, sizeof(octets), octets) == 0 &&
            nla_put(to, NL80211_ATTR_BSSID, sizeof(octets), octets) == 0;
   }
-  if (Includes6GHz(plan)) {
+  if (plan.colocated) {
     fits = fits && nla_put_u32(to, NL80211_ATTR_SCAN_FLAGS, NL80211_SCAN_FLAG_COLOCATED_6GHZ) == 0;
   }
   if (!fits) throw std::bad_alloc();
@@ -101,9 +103,10 @@ bool ScanningRadio::Start() {
 }
 
 bool ScanningRadio::StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept try {
+  auto request = std::make_shared<ScanRequest>(ScanRequest{std::move(done)});
   {
     const kesd::MutexLock lock(mutex);
-    inbox.push_back({std::move(query), std::move(done)});
+    inbox.push_back({std::move(query), std::move(request)});
   }
   eventfd_write(wake.Get(), 1);
   return true;
@@ -125,22 +128,31 @@ bool ScanningRadio::StartRanging(std::shared_ptr<const RangingQuery> query, Rang
 
 void ScanningRadio::Run() {
   while (TakeWanted()) {
-    if (state == State::kIdle) Begin();
-    pollfd ready[] = {
-        {wake.Get(), POLLIN, 0}, {events ? events->Descriptor() : -1, POLLIN, 0}, {ranging.Descriptor(), POLLIN, 0}};
-    auto deadline = ranging.Due();
-    if (state != State::kIdle) deadline = deadline ? std::min(*deadline, due) : due;
-    if (poll(ready, std::size(ready), fenk::PollTimeout(deadline)) < 0 && errno != EINTR) {
-      zv_loc_fw::log_error(kTag, "%s: cannot wait for the radio: %s\n", name.c_str(), strerrordesc_np(errno));
+    try {
+      Serve();
+    } catch (const std::bad_alloc&) {
+      zv_loc_fw::log_error(kTag, "%s: no memory for the radio\n", name.c_str());
+      poll(nullptr, 0, kPauseWithoutMemoryMs);
     }
-    eventfd_t ignored;
-    if ((ready[0].revents & POLLIN) != 0) (void)eventfd_read(wake.Get(), &ignored);
-    if (ready[1].revents != 0) TakeEvents();
-    if (state != State::kIdle && Clock::now() >= due) Continue(Clock::now());
-    if (ready[2].revents != 0) ranging.TakeResults();
-    ranging.Continue(Clock::now());
   }
   if (state == State::kScanning) Abort();
+}
+
+void ScanningRadio::Serve() {
+  if (state == State::kIdle) Begin();
+  pollfd ready[] = {
+      {wake.Get(), POLLIN, 0}, {events ? events->Descriptor() : -1, POLLIN, 0}, {ranging.Descriptor(), POLLIN, 0}};
+  auto deadline = ranging.Due();
+  if (state != State::kIdle) deadline = deadline ? std::min(*deadline, due) : due;
+  if (poll(ready, std::size(ready), fenk::PollTimeout(deadline)) < 0 && errno != EINTR) {
+    zv_loc_fw::log_error(kTag, "%s: cannot wait for the radio: %s\n", name.c_str(), strerrordesc_np(errno));
+  }
+  eventfd_t ignored;
+  if ((ready[0].revents & POLLIN) != 0) (void)eventfd_read(wake.Get(), &ignored);
+  if (ready[1].revents != 0) TakeEvents(false);
+  if (state != State::kIdle && Clock::now() >= due) Continue(Clock::now());
+  if (ready[2].revents != 0) ranging.TakeResults();
+  ranging.Continue(Clock::now());
 }
 
 // False when it is time to end.
@@ -153,43 +165,45 @@ bool ScanningRadio::TakeWanted() {
     taken.swap(inbox);
     takenRanging.swap(rangingInbox);
   }
-  for (Wanted& wanted : taken) Take(std::move(wanted));
-  for (RangingRequest& wanted : takenRanging) Take(std::move(wanted));
+  if (taken.empty() && takenRanging.empty()) return true;
+  Interface radio;
+  const ScanStatus status = LookUpRadio(radio);
+  for (Wanted& wanted : taken) Take(std::move(wanted), status, radio);
+  for (RangingRequest& wanted : takenRanging) Take(std::move(wanted), status, radio);
   return true;
 }
 
-void ScanningRadio::Take(Wanted wanted) {
-  ScanStatus status = ScanStatus::kFailed;
-  auto request = std::make_shared<ScanRequest>(ScanRequest{std::move(wanted.done)});
+ScanStatus ScanningRadio::LookUpRadio(Interface& found) try {
+  return OpenNetlink() ? LookUp(name, *commands, found) : ScanStatus::kUnavailable;
+} catch (const std::bad_alloc&) {
+  return ScanStatus::kFailed;
+}
+
+void ScanningRadio::Take(Wanted wanted, ScanStatus status, const Interface& radio) {
   try {
-    Interface found;
-    status = OpenNetlink() ? LookUp(name, *commands, found) : ScanStatus::kUnavailable;
     if (status == ScanStatus::kOk) {
-      interface = std::move(found);
-      const auto plans = PlansFor(*wanted.query, interface.frequenciesMhz, interface.maxScanSsids);
-      if (!plans.empty()) {
-        queue.Add(request, plans, interface.maxScanSsids);
+      const auto plans = PlansFor(*wanted.query, radio.frequenciesMhz, radio.maxScanSsids);
+      if (!plans.empty() && plans.size() <= kMaxScansOfARequest) {
+        queue.Add(wanted.request, plans, radio.maxScanSsids);
         return;
       }
-      status = ScanStatus::kUnsupported;  // no channel that the radio may listen on is admitted
+      // No channel that the radio may listen on is admitted; or so many SSIDs that everybody else would wait too long.
+      status = plans.empty() ? ScanStatus::kUnsupported : ScanStatus::kInvalidRequest;
     }
   } catch (const std::bad_alloc&) {
     status = ScanStatus::kFailed;
   }
-  report({std::move(request)}, status, {});
+  report({&wanted.request, 1}, status, {});
 }
 
-void ScanningRadio::Take(RangingRequest wanted) {
-  ScanStatus status = ScanStatus::kFailed;
+void ScanningRadio::Take(RangingRequest wanted, ScanStatus status, const Interface& radio) {
   try {
-    Interface found;
-    status = OpenNetlink() ? LookUp(name, *commands, found) : ScanStatus::kUnavailable;
-    if (status == ScanStatus::kOk && !found.ftm) status = ScanStatus::kUnsupported;
+    if (status == ScanStatus::kOk && !radio.ftm) status = ScanStatus::kUnsupported;
     if (status == ScanStatus::kOk) {
       std::vector<Bss> known;
       // Without it only peers whose channel is given are measured.
-      (void)ReadScanResults(*commands, found.index, Clock::time_point::min(), known);
-      ranging.Add(wanted, *found.ftm, known);
+      (void)ReadScanResults(*commands, radio.index, Clock::time_point::min(), known);
+      ranging.Add(wanted, *radio.ftm, known);
       return;
     }
   } catch (const std::bad_alloc&) {
@@ -221,27 +235,30 @@ void ScanningRadio::Begin() {
 
 // Asks for the current scan.
 void ScanningRadio::Trigger() {
-  int error = ENOMEM;
+  int error = 0;
   const ScanPlan& plan = queue.Current()->plan;
   const Clock::time_point now = Clock::now();
-  interface.index =
-      if_nametoindex(name.c_str());  // it may have been made anew since; without one it is 0, which none has
+  ScanStatus status = ScanStatus::kFailed;
   try {
-    error = commands->Ask(TriggerMessage(*commands, interface.index, plan));
+    status = FindInterface(name, *commands, scanned);
+    if (status == ScanStatus::kOk) error = commands->Ask(TriggerMessage(*commands, scanned.index, plan));
   } catch (const std::bad_alloc&) {
-    // It is told like any other refusal.
+    error = ENOMEM;
   }
-  if (error == 0) {
-    state = State::kScanning;
-    due = now + (Includes6GHz(plan) ? kScanTime6GHz : kScanTime);
-  } else if (error == EBUSY && now - begun < kOthersInAll) {
+  if (error == EBUSY && now - begun < kOthersInAll) {
     state = State::kWaiting;
     due = now + kOthersTime;
-  } else {
+  } else if (error != 0) {
     const std::string& why = commands->Explanation();
     zv_loc_fw::log_warning(kTag, "%s: the kernel refuses to scan: %s%s%s\n", name.c_str(), strerrordesc_np(error),
                            why.empty() ? "" : ": ", why.c_str());
     End(StatusOf(error, name));
+  } else if (status != ScanStatus::kOk) {
+    End(status);
+  } else {
+    state = State::kScanning;
+    due = now + (Includes6GHz(plan) ? kScanTime6GHz : kScanTime);
+    TakeEvents(true);
   }
 }
 
@@ -256,6 +273,7 @@ void ScanningRadio::Continue(Clock::time_point now) {
     case State::kScanning:
       zv_loc_fw::log_warning(kTag, "%s: a scan does not end, it is aborted\n", name.c_str());
       state = State::kAborting;
+      queue.Close();
       due = now + kAbortTime;
       if (Abort() != 0) Finish();  // nothing runs: its end was missed
       break;
@@ -265,20 +283,30 @@ void ScanningRadio::Continue(Clock::time_point now) {
   }
 }
 
-void ScanningRadio::TakeEvents() {
-  bool ended = false, aborted = false, unclear = false;
-  const int error = events->Receive([&](uint8_t command, const Attributes& attributes) {
+// `hasJustBegun`: the ends of others' scans are still among the events, before the beginning of our own, which the
+// kernel tells before it acknowledges the command.
+void ScanningRadio::TakeEvents(bool hasJustBegun) {
+  struct {
+    bool hasJustBegun, ended = false, aborted = false, gone = false;
+  } seen{hasJustBegun};
+  const int error = events->Receive([this, &seen](uint8_t command, const Attributes& attributes) {
     const nlattr* const wiphy = attributes[NL80211_ATTR_WIPHY];
-    if (wiphy == nullptr || nla_get_u32(wiphy) != interface.wiphy) return;
-    if (command == NL80211_CMD_NEW_SCAN_RESULTS) ended = true;
-    if (command == NL80211_CMD_SCAN_ABORTED) ended = aborted = true;
-    if (command == NL80211_CMD_DEL_INTERFACE || command == NL80211_CMD_DEL_WIPHY) unclear = true;
+    if (wiphy == nullptr || nla_get_u32(wiphy) != scanned.wiphy) return;
+    const nlattr* const index = attributes[NL80211_ATTR_IFINDEX];
+    const bool isOurs = index != nullptr && nla_get_u32(index) == scanned.index;
+    if (command == NL80211_CMD_TRIGGER_SCAN && seen.hasJustBegun) seen.ended = false;
+    if (command == NL80211_CMD_NEW_SCAN_RESULTS || command == NL80211_CMD_SCAN_ABORTED) {
+      if (!seen.ended) seen.aborted = command == NL80211_CMD_SCAN_ABORTED;
+      seen.ended = true;
+    }
+    if (command == NL80211_CMD_DEL_WIPHY || (command == NL80211_CMD_DEL_INTERFACE && isOurs)) seen.gone = true;
   });
-  if (error == ENOBUFS) unclear = true;  // an end may be among what was lost
-  if (ended) {
-    ScanEnded(aborted);
-  } else if (unclear && state != State::kIdle) {
-    due = std::min(due, Clock::now() + kAbortTime);
+  if (seen.ended) {
+    ScanEnded(seen.aborted);
+  } else if (state == State::kWaiting && error != 0) {
+    due = std::min(due, Clock::now() + kEventPause);  // the end that is waited for may be among what was lost
+  } else if (state != State::kIdle && seen.gone) {
+    due = std::min(due, Clock::now() + kEventPause);
   }
 }
 
@@ -307,7 +335,7 @@ void ScanningRadio::ScanEnded(bool aborted) {
 
 int ScanningRadio::Abort() try {
   Message message = commands->New(NL80211_CMD_ABORT_SCAN);
-  if (nla_put_u32(message.get(), NL80211_ATTR_IFINDEX, interface.index) != 0) return ENOMEM;
+  if (nla_put_u32(message.get(), NL80211_ATTR_IFINDEX, scanned.index) != 0) return ENOMEM;
   return commands->Ask(std::move(message));
 } catch (const std::bad_alloc&) {
   return ENOMEM;
@@ -317,7 +345,7 @@ int ScanningRadio::Abort() try {
 void ScanningRadio::Finish() {
   std::vector<Bss> found;
   // Of this scan only: the kernel keeps older entries too.
-  const int error = ReadScanResults(*commands, interface.index, queue.Since() - kClockSlack, found);
+  const int error = ReadScanResults(*commands, scanned.index, queue.Since() - kClockSlack, found);
   ScanStatus status = StatusOf(error, name);
   // Of a scan whose end was never told, nothing heard says nothing about what there is.
   if (status == ScanStatus::kOk && state == State::kAborting && found.empty()) status = ScanStatus::kFailed;
@@ -327,8 +355,8 @@ void ScanningRadio::Finish() {
 
 void ScanningRadio::End(ScanStatus status, std::vector<Bss> found) {
   state = State::kIdle;
-  ScanRequests served = queue.End();
-  if (!served.empty()) report(std::move(served), status, std::move(found));
+  const auto served = queue.End();
+  if (!served.empty()) report(served, status, std::move(found));
 }
 
 Radio* vexo_open_radio(const char* name, const RadioReports* reports) try {

@@ -36,7 +36,7 @@ class ScanningRadio final : public Radio {
 
   struct Wanted {
     std::shared_ptr<const DiscoveryQuery> query;
-    ScanDone done;
+    std::shared_ptr<ScanRequest> request;
   };
 
   enum class State {
@@ -47,15 +47,17 @@ class ScanningRadio final : public Radio {
   };
 
   void Run();
+  void Serve();
   bool TakeWanted() KESD_EXCLUDES(mutex);
-  void Take(Wanted wanted);
-  void Take(RangingRequest wanted);
+  wifi::ScanStatus LookUpRadio(Interface& found);
+  void Take(Wanted wanted, wifi::ScanStatus status, const Interface& radio);
+  void Take(RangingRequest wanted, wifi::ScanStatus status, const Interface& radio);
   bool OpenNetlink();
 
   void Begin();
   void Trigger();
   void Continue(Clock::time_point now);
-  void TakeEvents();
+  void TakeEvents(bool hasJustBegun);
   void ScanEnded(bool aborted);
   int Abort();
   void Finish();
@@ -75,7 +77,7 @@ class ScanningRadio final : public Radio {
   // The thread's own.
   RangingTurns ranging;
   std::optional<Netlink> commands, events;
-  Interface interface;
+  Interface scanned;  // index and radio of the current scan; the interface may be made anew meanwhile
   ScanQueue queue;
   State state = State::kIdle;
   Clock::time_point begun;  // when the current scan was first asked for
