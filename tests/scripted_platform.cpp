@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
+
+#include "tests/log_stand_in.h"
 
 namespace {
 
@@ -16,18 +16,16 @@ using scripted::FailingMemory;
 std::mutex logMutex;
 std::vector<std::string> logLines;
 
-void Log(char level, const char* tag, const char* format, va_list arguments) {
-  if (scripted::TheLibrary().forgets) return;
-  const FailingMemory::Exempt exempt;
-  char text[512];
-  std::vsnprintf(text, sizeof(text), format, arguments);
-  const std::lock_guard<std::mutex> lock(logMutex);
-  logLines.push_back(std::string(1, level) + " " + tag + " " + text);
-}
-
 struct Client : zv_loc_fw::VEXOClient {};
 
 }  // namespace
+
+void testing_log::Write(char level, const char* tag, const char* text) {
+  if (scripted::TheLibrary().forgets) return;
+  const FailingMemory::Exempt exempt;
+  const std::lock_guard<std::mutex> lock(logMutex);
+  logLines.push_back(std::string(1, level) + " " + tag + " " + text);
+}
 
 namespace scripted {
 
@@ -108,19 +106,6 @@ void ExpectDelivery(const Callback& callback, uint32_t counts, const std::vector
 }  // namespace scripted
 
 namespace zv_loc_fw {
-
-#define KESD_SCRIPTED_LOG(function, level)                  \
-  void function(const char* tag, const char* format, ...) { \
-    va_list arguments;                                      \
-    va_start(arguments, format);                            \
-    Log(level, tag, format, arguments);                     \
-    va_end(arguments);                                      \
-  }
-KESD_SCRIPTED_LOG(log_debug, 'D')
-KESD_SCRIPTED_LOG(log_info, 'I')
-KESD_SCRIPTED_LOG(log_warning, 'W')
-KESD_SCRIPTED_LOG(log_error, 'E')
-#undef KESD_SCRIPTED_LOG
 
 VEXOClient* VEXOClient::createInstance(VEXOClientListener* listener, bool flag, eLogLevel logLevel) {
   scripted::Library& library = scripted::TheLibrary();

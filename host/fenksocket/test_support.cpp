@@ -5,12 +5,10 @@
 #include <sys/un.h>
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/log.h"
+#include "tests/log_stand_in.h"
 
 namespace fenk::test {
 namespace {
@@ -18,12 +16,6 @@ namespace {
 Watched<std::vector<std::string>>& Lines() {
   static auto* const lines = new Watched<std::vector<std::string>>;  // threads may log until the very end
   return *lines;
-}
-
-void Remember(char level, const char* tag, const char* format, va_list arguments) {
-  char text[512];
-  vsnprintf(text, sizeof(text), format, arguments);
-  Lines().Update([&](auto& lines) { lines.push_back(std::string(1, level) + " " + tag + ": " + text); });
 }
 
 std::size_t Count(const std::vector<std::string>& lines, const std::string& part) {
@@ -181,19 +173,6 @@ void ForgetLines() {
 
 }  // namespace fenk::test
 
-namespace zv_loc_fw {
-
-#define FENK_REMEMBER(function, level)                      \
-  void function(const char* tag, const char* format, ...) { \
-    va_list arguments;                                      \
-    va_start(arguments, format);                            \
-    fenk::test::Remember(level, tag, format, arguments);    \
-    va_end(arguments);                                      \
-  }
-FENK_REMEMBER(log_debug, 'D')
-FENK_REMEMBER(log_info, 'I')
-FENK_REMEMBER(log_warning, 'W')
-FENK_REMEMBER(log_error, 'E')
-#undef FENK_REMEMBER
-
-}  // namespace zv_loc_fw
+void testing_log::Write(char level, const char* tag, const char* text) {
+  fenk::test::Lines().Update([&](auto& lines) { lines.push_back(std::string(1, level) + " " + tag + ": " + text); });
+}

@@ -63,46 +63,6 @@ class RangingClient : public testing::Test {
   std::unique_ptr<Client> client;
 };
 
-TEST_F(RangingClient, ReportsOneMeasurementForEachNodeInTheirOrder) {
-  Make("scene:delay=0");
-  zv_loc_fw::vector<zv_loc_fw::VEXONodeInfo> nodes;
-  nodes.push_back(NodeOf(kUnknown));
-  nodes.push_back(NodeOf(kAnswers));
-  nodes.push_back(NodeOf(kNotCapable));
-  nodes.push_back(NodeOf(kAnswers));  // once more: an entry of its own
-  nodes[1].secondAddress = NodeOf(0xAABBCC000001).address;
-  ASSERT_EQ(client->Send(VEXORangingScanRequest(8, nodes, 0)), 0);
-  const Report report = listener.WaitForOne();
-  EXPECT_EQ(report.id, 8u);
-  EXPECT_EQ(report.type, zv_loc_fw::RESPONSE_TYPE_RANGING_SCAN);
-  EXPECT_EQ(report.status, ScanStatus::kOk);
-  ASSERT_EQ(report.ranged.size(), 4u);
-
-  const struct {
-    uint64_t bssid;
-    std::vector<uint64_t> addresses;
-    RangingStatus status;
-    uint32_t frequencyMhz;
-  } expected[] = {
-      {kUnknown, {kUnknown}, RangingStatus::kUnknownPeer, 0},
-      {kAnswers, {kAnswers, 0xAABBCC000001}, RangingStatus::kSuccess, 6135},
-      {kNotCapable, {kNotCapable}, RangingStatus::kNotCapable, 2412},
-      {kAnswers, {kAnswers}, RangingStatus::kSuccess, 6135},
-  };
-  for (size_t i = 0; i < 4; ++i) {
-    SCOPED_TRACE(i);
-    const Ranged& ranged = report.ranged[i];
-    EXPECT_EQ(ranged.bssid, expected[i].bssid);
-    EXPECT_EQ(ranged.addresses, expected[i].addresses);
-    EXPECT_EQ(ranged.values.status, expected[i].status);
-    EXPECT_EQ(ranged.scanned.frequencyMhz, expected[i].frequencyMhz);
-    EXPECT_EQ(ranged.scanned.signalMbm == wifi::kSignalUnknown, expected[i].frequencyMhz == 0);
-    EXPECT_LT(wifi::AgeMs(ranged.scanned, BootTimeUs()), 60'000u);
-    EXPECT_FALSE(ranged.ssidValid);
-  }
-  EXPECT_NE(report.ranged[1].values.rttPs, report.ranged[3].values.rttPs);
-}
-
 TEST_F(RangingClient, HasNoMeasurementsWhenTheSourceCannotRange) {
   const struct {
     const char* source;

@@ -165,86 +165,12 @@ TEST_F(ClientTest, AnswersWhenTheTimeoutHasPassedAndCachesTheLateResult) {
   EXPECT_EQ(reports[1].heard.size(), 1u);
 }
 
-TEST_F(ClientTest, AnswersAnImpossibleChannelWithoutScanning) {
-  zv_loc_fw::vector<zv_loc_fw::VEXOChannelInfo> channels;
-  channels.push_back(zv_loc_fw::VEXOChannelInfo(15));
-  const RequestPointer request(VEXODiscoveryScanRequest::createFreshScanRequest(5, channels, zv_loc_fw::SCAN_TYPE_0, 0,
-                                                                                0, zv_loc_fw::REQUEST_MODE_1, false));
-  ASSERT_EQ(client->Send(*request), 0);
-  EXPECT_EQ(listener.WaitForOne().status, ScanStatus::kInvalidRequest);
-  EXPECT_EQ(source->ScanCount(), 0u);
-}
-
 TEST_F(ClientTest, RefusesRequestsOfUnknownKindAndTooManyAtOnce) {
   EXPECT_NE(client->Send(UnknownRequest()), 0);
   const RequestPointer request = Fresh(1);
   for (uint32_t i = 0; i < Client::kMaxRequestsInFlight; ++i) ASSERT_EQ(client->Send(*request), 0) << i;
   EXPECT_NE(client->Send(*request), 0);
   EXPECT_EQ(source->ScanCount(), Client::kMaxRequestsInFlight);
-}
-
-TEST_F(ClientTest, AStalledListenerHoldsUpNobodyElse) {
-  constexpr uint32_t kStalled = 20;
-  for (uint32_t id = 0; id < kStalled; ++id) {
-    listener.Hold(id);
-    ASSERT_EQ(client->Send(*CacheOnly(id)), 0);
-  }
-  ASSERT_TRUE(listener.WaitUntilHeld(kStalled));
-  ASSERT_EQ(client->Send(*CacheOnly(100)), 0);
-  EXPECT_EQ(listener.WaitForOne().id, 100u);
-  for (uint32_t id = 0; id < kStalled; ++id) listener.Release(id);
-  EXPECT_EQ(listener.WaitFor(kStalled + 1).size(), kStalled + 1);
-}
-
-TEST_F(ClientTest, HoldsManyRequestsWithFewThreads) {
-  constexpr uint32_t kCount = 10'000;
-  for (uint32_t id = 0; id < kCount; ++id) ASSERT_EQ(client->Send(*Fresh(id)), 0);
-  for (uint32_t id = kCount; id-- > 0;) source->Answer(id, ScanStatus::kOk, {MakeBss(id, "x", 2412)});
-  const std::vector<Report> reports = listener.WaitFor(kCount);
-  ASSERT_EQ(reports.size(), kCount);
-  std::set<uint32_t> ids;
-  for (const Report& report : reports) {
-    ids.insert(report.id);
-    ASSERT_EQ(report.heard.size(), 1u);
-    EXPECT_EQ(report.heard[0].bssid, report.id);  // each got its own
-  }
-  EXPECT_EQ(ids.size(), kCount);
-}
-
-TEST_F(ClientTest, ReportsNothingAfterItsEnd) {
-  for (uint32_t id = 2; id < 100; ++id) ASSERT_EQ(client->Send(*Fresh(id)), 0);
-  listener.Hold(1);
-  ASSERT_EQ(client->Send(*CacheOnly(1)), 0);
-  ASSERT_TRUE(listener.WaitUntilHeld(1));
-  std::thread end([&] { client.reset(); });  // waits for the report in progress
-  listener.Release(1);
-  end.join();
-  EXPECT_EQ(listener.WaitFor(1).size(), 1u);
-}
-
-TEST(Client, TakesListsOfAnyLength) {
-  RecordingListener listener;
-  const auto client = Client::Create(listener, [](Scheduler& scheduler) {
-    return std::make_unique<SceneSource>(SceneOptions{.accessPoints = 500, .delay = milliseconds(0)}, scheduler);
-  });
-  ASSERT_NE(client, nullptr);
-  zv_loc_fw::vector<zv_loc_fw::VEXOChannelInfo> channels;
-  for (uint32_t i = 0; i < 200'000; ++i) channels.push_back(zv_loc_fw::VEXOChannelInfo(1 + i % 14));
-  const RequestPointer request(VEXODiscoveryScanRequest::createFreshScanRequest(
-      1, channels, zv_loc_fw::SCAN_TYPE_0, 0, 60'000, zv_loc_fw::REQUEST_MODE_0, false));
-  for (int i = 0; i < 200'000; ++i) {
-    zv_loc_fw::VEXOSsid ssid;
-    ssid.setSSID(reinterpret_cast<const unsigned char*>(&i), sizeof i);
-    request->ssids.push_back(ssid);
-    zv_loc_fw::VEXOMacAddress address;
-    address.setMac(0x021A00, i);
-    request->macAddresses.push_back(address);
-  }
-  ASSERT_EQ(client->Send(*request), 0);
-  const Report report = listener.WaitForOne();
-  EXPECT_EQ(report.status, ScanStatus::kOk);
-  EXPECT_GT(report.considered, 0u);
-  EXPECT_TRUE(report.heard.empty());
 }
 
 TEST(Client, IsNotMadeWithoutASource) {

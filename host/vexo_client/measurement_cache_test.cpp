@@ -24,16 +24,6 @@ TEST(MeasurementCache, KeepsTheLatestOfEachPairOfBssidAndSsid) {
   EXPECT_EQ(cache.TakenSince(kAnyAge), (std::vector{without, hidden, latest}));
 }
 
-TEST(MeasurementCache, LeavesOutWhatIsOlder) {
-  MeasurementCache cache;
-  const BssPointer old = Share(MakeBss(1, "one", 2412, milliseconds(500)));
-  const BssPointer young = Share(MakeBss(2, "two", 2412, milliseconds(100)));
-  cache.Insert(List({old, young}));
-  EXPECT_EQ(cache.TakenSince(young->takenAt), std::vector{young});
-  EXPECT_EQ(cache.TakenSince(young->takenAt + milliseconds(1)), std::vector<BssPointer>());
-  EXPECT_EQ(cache.TakenSince(old->takenAt).size(), 2u);
-}
-
 TEST(MeasurementCache, DropsTheOldestWhenFull) {
   MeasurementCache cache(3);
   std::vector<BssPointer> all;

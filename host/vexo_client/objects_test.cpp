@@ -64,17 +64,5 @@ TEST(Measurement, IsZeroWhereNothingWasSet) {
   measurement->~VEXOFullBeaconScanMeasurement();
 }
 
-TEST(RangingRequest, CopiesItsNodes) {
-  vector<VEXONodeInfo> nodes;
-  VEXONodeInfo node;
-  node.address.setMac(1, 2);
-  nodes.push_back(node);
-  const VEXORangingScanRequest request(9, nodes, -5);
-  nodes[0].address.setMac(3, 4);
-  EXPECT_EQ(request.getRequestId(), 9u);
-  EXPECT_EQ(request.nodes[0].address.getHi24(), 1);
-  EXPECT_EQ(request.ts, -5);
-}
-
 }  // namespace
 }  // namespace zv_loc_fw

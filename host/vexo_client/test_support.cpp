@@ -1,12 +1,10 @@
 #include "host/vexo_client/test_support.h"
 
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <utility>
 
 #include "marshal/measurement_marshal.h"
-#include "platform/log.h"
+#include "tests/log_stand_in.h"
 
 namespace vexo_host {
 namespace {
@@ -42,26 +40,12 @@ Ranged CopyRanged(const zv_loc_fw::VEXOScanMeasurement& measurement) {
   MarshalRanging(data, static_cast<const zv_loc_fw::VEXORangingScanMeasurement*>(&measurement));
   const WifiScanMeasurement& record = data.scanMeasurements[0];
   ranged.bssid = Bits(record.bssidHi24, record.bssidLo24);
-  ranged.ssidValid = record.ssidValid != 0;
-  for (uint32_t i = 0; i < record.macCount; ++i) {
-    const WifiMacAddress& address = data.wifiMacAddresses[record.firstMacIndex + i];
-    ranged.addresses.push_back(Bits(address.hi24, address.lo24));
-  }
-  ranged.scanned = wifi::LoadScanValues(record);
   if (record.infoCount == 1) ranged.values = wifi::LoadRangingValues(data.measurementInfos[0]);
   return ranged;
 }
 
 std::mutex logMutex;
 std::vector<std::string> logLines;
-
-void Log(const char* level, const char* tag, const char* format, va_list arguments) {
-  char text[1024];
-  std::vsnprintf(text, sizeof text, format, arguments);
-  if (std::strcmp(tag, "vexo_client") != 0) return;
-  const std::lock_guard lock(logMutex);
-  logLines.push_back(std::string(level) + ": " + text);
-}
 
 }  // namespace
 
@@ -164,19 +148,8 @@ std::vector<std::string> TakeLog() {
 
 }  // namespace vexo_host
 
-namespace zv_loc_fw {
-
-#define VEXO_TEST_LOG(function, level)                      \
-  void function(const char* tag, const char* format, ...) { \
-    va_list arguments;                                      \
-    va_start(arguments, format);                            \
-    vexo_host::Log(level, tag, format, arguments);          \
-    va_end(arguments);                                      \
-  }
-VEXO_TEST_LOG(log_debug, "debug")
-VEXO_TEST_LOG(log_info, "info")
-VEXO_TEST_LOG(log_warning, "warning")
-VEXO_TEST_LOG(log_error, "error")
-#undef VEXO_TEST_LOG
-
-}  // namespace zv_loc_fw
+void testing_log::Write(char level, const char* tag, const char* text) {
+  if (std::strcmp(tag, "vexo_client") != 0) return;
+  const std::lock_guard lock(vexo_host::logMutex);
+  vexo_host::logLines.push_back(std::string(1, level) + ": " + text);
+}

@@ -31,9 +31,6 @@ struct Heard {
 // A ranging measurement as the daemon's records tell it.
 struct Ranged {
   uint64_t bssid = 0;
-  bool ssidValid = false;
-  std::vector<uint64_t> addresses;
-  wifi::ScanValues scanned;
   wifi::RangingValues values;
 };
 
@@ -90,7 +87,7 @@ class FakeSource final : public MeasurementSource {
 Bss MakeBss(uint64_t bssid, const char* ssid, uint32_t frequencyMhz,
             std::chrono::milliseconds age = std::chrono::milliseconds(0));
 
-// The lines logged under this folder's tag since the last call, each with its level in front: "error: ...".
+// The lines logged under this folder's tag since the last call, each with its level in front: "E: ...".
 std::vector<std::string> TakeLog();
 
 }  // namespace vexo_host

@@ -4,15 +4,14 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 
-#include "platform/log.h"
 #include "service/root_object.h"
 #include "tests/faults/fault_sweep.h"
+#include "tests/log_stand_in.h"
 
 namespace faults {
 namespace {
@@ -23,15 +22,6 @@ fenk::Service* running = nullptr;
 void Run(fenk::Service* service) {
   const std::lock_guard lock(runningMutex);
   running = service;
-}
-
-void Log(char level, const char* tag, const char* format, va_list arguments) {
-  char text[512];
-  std::vsnprintf(text, sizeof(text), format, arguments);
-  std::fprintf(stderr, "%c %s %s%s", level, tag, text, std::strchr(text, '\n') != nullptr ? "" : "\n");
-  if (std::strstr(text, "Unexpected request ID") != nullptr || std::strstr(text, "rounds are dropped") != nullptr) {
-    lastRound.Set();
-  }
 }
 
 }  // namespace
@@ -77,19 +67,9 @@ void EndTheService() {
 
 }  // namespace faults
 
-namespace zv_loc_fw {
-
-#define KESD_FAULTS_LOG(function, level)                    \
-  void function(const char* tag, const char* format, ...) { \
-    va_list arguments;                                      \
-    va_start(arguments, format);                            \
-    faults::Log(level, tag, format, arguments);             \
-    va_end(arguments);                                      \
+void testing_log::Write(char level, const char* tag, const char* text) {
+  std::fprintf(stderr, "%c %s %s%s", level, tag, text, std::strchr(text, '\n') != nullptr ? "" : "\n");
+  if (std::strstr(text, "Unexpected request ID") != nullptr || std::strstr(text, "rounds are dropped") != nullptr) {
+    faults::lastRound.Set();
   }
-KESD_FAULTS_LOG(log_debug, 'D')
-KESD_FAULTS_LOG(log_info, 'I')
-KESD_FAULTS_LOG(log_warning, 'W')
-KESD_FAULTS_LOG(log_error, 'E')
-#undef KESD_FAULTS_LOG
-
-}  // namespace zv_loc_fw
+}

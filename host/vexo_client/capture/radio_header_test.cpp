@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-
 #include "host/vexo_client/capture/capture_writer.h"
 
 namespace vexo_host {
@@ -128,31 +126,6 @@ TEST(PrismHeader, GivesWhatIsClear) {
           {"length beyond the packet", Le32(0x44) + Le32(145) + Bytes(136, 0), {}},
           {"empty packet", {}, {}},
       });
-}
-
-// In heap blocks of their exact size, so that the address sanitizer sees the first octet too many.
-std::optional<RadioHeader> ReadCopy(Reader read, std::span<const uint8_t> packet) {
-  const auto copy = std::make_unique<uint8_t[]>(packet.size());
-  std::copy(packet.begin(), packet.end(), copy.get());
-  return read({copy.get(), packet.size()});
-}
-
-TEST(RadioHeaders, AreNeverReadBeyondThePacket) {
-  const std::pair<Reader, Bytes> headers[] = {
-      {ReadRadiotap, kChained}, {ReadPrism, kPrism}, {ReadPrism, Avs(0x80211001, 6, 2, -40)}};
-  for (const auto& [read, header] : headers) {
-    for (size_t length = 0; length < header.size(); ++length) {
-      EXPECT_FALSE(ReadCopy(read, std::span(header).first(length))) << length << " octets are not the whole header";
-    }
-    for (size_t at = 0; at < header.size(); ++at) {
-      for (unsigned value = 0; value < 256; ++value) {
-        Bytes damaged = header;
-        damaged[at] = static_cast<uint8_t>(value);
-        const std::optional<RadioHeader> result = ReadCopy(read, damaged);
-        EXPECT_LE(result.value_or(RadioHeader{}).length, damaged.size());
-      }
-    }
-  }
 }
 
 }  // namespace

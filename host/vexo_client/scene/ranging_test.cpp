@@ -214,19 +214,6 @@ TEST(SceneRanging, LosesBurstsOfAWeakPeer) {
   }
 }
 
-TEST(SceneRanging, HasNoiseOfItsOwnInEachRound) {
-  const std::vector<AccessPoint> all = MakeNeighbourhood(kBuiltInAccessPoints, kSeed);
-  const SceneRanging ranging(all, kSeed), same(all, kSeed), other(all, kSeed + 1);
-  const auto rtt = [](const SceneRanging& from, uint64_t round) {
-    return from.Measure(QueryOf(kWide), round, milliseconds(0)).at(0).values.rttPs;
-  };
-  for (uint64_t round = 0; round < 50; ++round) {
-    EXPECT_EQ(rtt(ranging, round), rtt(same, round));
-    EXPECT_NE(rtt(ranging, round), rtt(ranging, round + 1));
-    EXPECT_NE(rtt(ranging, round), rtt(other, round));
-  }
-}
-
 TEST(SceneRanging, AnswersAbsurdParameters) {
   const std::vector<AccessPoint> all = MakeNeighbourhood(kBuiltInAccessPoints, kSeed);
   constexpr int32_t kLeast = std::numeric_limits<int32_t>::min(), kMost = std::numeric_limits<int32_t>::max();
