@@ -1,23 +1,19 @@
 #include "client/client.h"
 
 #include <gtest/gtest.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <chrono>
-#include <filesystem>
 #include <fstream>
 #include <thread>
 
 #include "client/result_receiver.h"
 #include "client/stand_in_daemon.h"
 #include "ipc/services.h"
+#include "tests/process.h"
 
 namespace kes {
 namespace {
-
-using namespace std::chrono_literals;
 
 const MacAddress kBssid{0x02, 0x00, 0x5E, 0x10, 0x00, 0x01};
 
@@ -27,13 +23,8 @@ TestResult OneAccessPoint() {
   return result;
 }
 
-fenk::Clock::time_point Soon() { return fenk::Clock::now() + 30s; }
-
 class ClientErrors : public testing::Test {
  protected:
-  void SetUp() override { ASSERT_NE(mkdtemp(directory.data()), nullptr); }
-  void TearDown() override { std::filesystem::remove_all(directory); }
-
   ErrorKind ConnectError(const std::string& path) {
     const Result<Client> client = Client::Connect(path);
     EXPECT_FALSE(client);
@@ -50,7 +41,8 @@ class ClientErrors : public testing::Test {
     return bound;
   }
 
-  std::string directory = (std::filesystem::temp_directory_path() / "kesXXXXXX").string();
+  const testing_process::TemporaryDirectory temporary;
+  const std::string directory = temporary.path;
 };
 
 TEST_F(ClientErrors, TellWhyThereIsNoConnection) {
@@ -118,22 +110,6 @@ TEST(Client, SendsTheFourBuffersOfARequest) {
   EXPECT_EQ(refused.GetError().kind, ErrorKind::kInvalidArgument);
 }
 
-TEST(Client, GivesTheResultWheneverItComesAndEveryTimeItIsAskedFor) {
-  for (const Answer answer : {Answer::kResult, Answer::kEarlyResult}) {
-    StandInDaemon daemon(answer, OneAccessPoint());
-    Result<Client> client = Client::Connect(daemon.SocketPath());
-    ASSERT_TRUE(client);
-    Result<DiscoveryScan> scan = client->StartDiscovery({});
-    ASSERT_TRUE(scan) << scan.GetError().message;
-    for (int i = 0; i < 2; ++i) {
-      const Result<DiscoveryResult> result = scan->Wait(Soon(), -1);
-      ASSERT_TRUE(result) << result.GetError().message;
-      ASSERT_EQ(result->measurements.size(), 1u);
-      EXPECT_EQ(result->measurements[0].bssid, kBssid);
-    }
-  }
-}
-
 TEST(Client, GivesTheHandleBackWhenItAbortsAndWhenTheScanEnds) {
   for (const bool abort : {true, false}) {
     StandInDaemon daemon(Answer::kNothing);
@@ -149,38 +125,6 @@ TEST(Client, GivesTheHandleBackWhenItAbortsAndWhenTheScanEnds) {
     }
     EXPECT_TRUE(daemon.AwaitHandleReleased());  // while the client is still connected
   }
-}
-
-TEST(Client, StopsWaitingAtTheDeadlineAndWhenItIsWoken) {
-  StandInDaemon daemon(Answer::kNothing);
-  Result<Client> client = Client::Connect(daemon.SocketPath());
-  ASSERT_TRUE(client);
-  Result<DiscoveryScan> scan = client->StartDiscovery({});
-  ASSERT_TRUE(scan);
-  EXPECT_EQ(scan->Wait(fenk::Clock::now(), -1).GetError().kind, ErrorKind::kTimedOut);
-  const fenk::UniqueFd wake(eventfd(1, EFD_CLOEXEC));
-  EXPECT_EQ(scan->Wait(Soon(), wake.Get()).GetError().kind, ErrorKind::kWoken);
-}
-
-TEST(Client, TellsRefusalFromLoss) {
-  const struct {
-    Answer answer;
-    ErrorKind kind;
-  } cases[] = {{Answer::kRejected, ErrorKind::kRejected}, {Answer::kHangUp, ErrorKind::kDisconnected}};
-  for (const auto& c : cases) {
-    StandInDaemon daemon(c.answer);
-    Result<Client> client = Client::Connect(daemon.SocketPath());
-    ASSERT_TRUE(client);
-    Result<DiscoveryScan> scan = client->StartDiscovery({});
-    EXPECT_EQ((scan ? scan->Wait(Soon(), -1).GetError() : scan.GetError()).kind, c.kind);
-  }
-}
-
-TEST(Client, DoesNotConnectToADaemonWithoutTheService) {
-  StandInDaemon daemon(Answer::kNoService);
-  const Result<Client> client = Client::Connect(daemon.SocketPath());
-  ASSERT_FALSE(client);
-  EXPECT_EQ(client.GetError().kind, ErrorKind::kProtocol);
 }
 
 TEST(Client, SendsTheNodesOfARangingRequestAsRecords) {
@@ -246,28 +190,6 @@ TEST(Client, SendsTheNodesOfARangingRequestAsRecords) {
   const Result<RangingScan> refused = client->StartRanging(request);
   ASSERT_FALSE(refused);
   EXPECT_EQ(refused.GetError().kind, ErrorKind::kInvalidArgument);
-}
-
-TEST(Client, GivesTheResultOfARangingRequestAndTheHandleBack) {
-  TestRangingResult test;
-  test.Add(kBssid, {.status = wifi::RangingStatus::kSuccess, .distanceMm = 4321});
-  for (const Answer answer : {Answer::kResult, Answer::kEarlyResult, Answer::kNothing}) {
-    StandInDaemon daemon(answer, test);
-    Result<Client> client = Client::Connect(daemon.SocketPath());
-    ASSERT_TRUE(client);
-    {
-      Result<RangingScan> scan = client->StartRanging({});
-      ASSERT_TRUE(scan) << scan.GetError().message;
-      const Result<RangingResult> result = scan->Wait(answer == Answer::kNothing ? fenk::Clock::now() : Soon(), -1);
-      if (answer == Answer::kNothing) {
-        EXPECT_EQ(result.GetError().kind, ErrorKind::kTimedOut);
-      } else {
-        ASSERT_TRUE(result) << result.GetError().message;
-        EXPECT_EQ(result->measurements.at(0).ranging.distanceMm, 4321);
-      }
-    }
-    EXPECT_TRUE(daemon.AwaitHandleReleased());  // while the client is still connected
-  }
 }
 
 TEST(ResultReceiver, TakesOneResultOfItsKindAndRefusesEverythingElse) {

@@ -187,17 +187,6 @@ TEST(KesctlRange, SaysInWordsAndInItsExitCodeHowARequestEnded) {
     EXPECT_EQ(Lines(outcome.out).back(), "0 peers");
     EXPECT_TRUE(Has(outcome.err, c.said)) << outcome.err;
   }
-  const struct {
-    Answer answer;
-    int exitCode;
-  } failures[] = {{Answer::kRejected, 1}, {Answer::kHangUp, 3}};
-  for (const auto& c : failures) {
-    StandInDaemon daemon(c.answer);
-    const Outcome outcome = RunKesctl(RangeAt(daemon));
-    EXPECT_EQ(outcome.exitCode, c.exitCode) << outcome.err;
-    EXPECT_EQ(outcome.out, "");
-    EXPECT_TRUE(outcome.err.starts_with("kesctl: ")) << outcome.err;
-  }
 }
 
 }  // namespace

@@ -102,57 +102,5 @@ TEST(DecodeRangingResult, KeepsWhatFitsOfAMeasurementAndMarksIt) {
   }
 }
 
-TEST(DecodeRangingResult, DoesNotMultiplyAddressesThatManyMeasurementsClaim) {
-  TestRangingResult test;
-  test.Add(kPeer, kValues, std::vector<MacAddress>(999, kSecond));
-  test.measurements.resize(1000, test.measurements[0]);
-  const Result<RangingResult> result = DecodeImages(ImagesOf(test));
-  ASSERT_TRUE(result);
-  std::size_t total = 0;
-  for (const RangingMeasurement& measurement : result->measurements) total += measurement.peers.size();
-  EXPECT_EQ(total, 1000u);
-  EXPECT_FALSE(result->measurements.front().incomplete);
-  EXPECT_TRUE(result->measurements.back().incomplete);
-}
-
-TEST(DecodeRangingResult, SurvivesEveryTruncationOfEveryBuffer) {
-  const Images whole = ImagesOf(TwoPeers());
-  const std::size_t recordSizes[] = {sizeof(RangingResultHeader), sizeof(WifiScanMeasurement),
-                                     sizeof(WifiMeasurementInfo), 1, sizeof(WifiMacAddress)};
-  for (std::size_t cut = 0; cut < whole.size(); ++cut) {
-    for (std::size_t size = 0; size < whole[cut].size(); ++size) {
-      Images images = whole;
-      images[cut].resize(size);
-      const Result<RangingResult> result = DecodeImages(images);
-      const bool expected = cut != 0 && size % recordSizes[cut] == 0;
-      ASSERT_EQ(static_cast<bool>(result), expected) << "buffer " << cut << " cut to " << size;
-      if (!expected) {
-        ASSERT_EQ(result.GetError().kind, ErrorKind::kProtocol);
-      }
-    }
-  }
-}
-
-// What shows measurements must take whatever a decoder can make of hostile records.
-TEST(DecodeRangingResult, SurvivesRandomDamageAndSoDoesWhatIsShownOfIt) {
-  const Images whole = ImagesOf(TwoPeers());
-  constexpr std::size_t kDamaged[] = {0, 1, 2, 4};
-  std::mt19937 random(80211);
-  for (int round = 0; round < 20'000; ++round) {
-    Images images = whole;
-    for (int flips = 1 + static_cast<int>(random() % 8); flips > 0; --flips) {
-      std::vector<uint8_t>& image = images[kDamaged[random() % 4]];
-      image[random() % image.size()] = static_cast<uint8_t>(random() % 4 == 0 ? 0xFF : random());
-    }
-    const Result<RangingResult> result = DecodeImages(images);
-    ASSERT_TRUE(result);
-    ASSERT_EQ(result->measurements.size(), 2u);
-    ASSERT_LE(result->measurements[0].peers.size() + result->measurements[1].peers.size(), 3u);
-    if (round % 20 != 0) continue;
-    ASSERT_FALSE(kesctl::RangeTable(*result, true).empty());
-    ASSERT_FALSE(kesctl::RangeJson(*result).empty());
-  }
-}
-
 }  // namespace
 }  // namespace kes

@@ -55,26 +55,13 @@ TEST(DiscoveryResult, DeliversFullBeaconsInOrderAndWarnsOfWhatElseIsThere) {
   EXPECT_EQ(records[0].bssidHi24, 1u);
   EXPECT_EQ(records[1].bssidHi24, 2u);
   EXPECT_EQ(records[1].firstInfoIndex, 2);
+  EXPECT_EQ(records[1].beaconElementsOffset, 7u) << "also of an empty list";
+  EXPECT_EQ(records[1].beaconElementsLength, 0u);
   EXPECT_EQ(
       scripted::TakeLog(),
       (Log{"D kesd DiscoveryScan: ResponseReceived Id = -1\n", "D kesd DiscoveryScan: scanStatus 5, 5 measurements\n",
            "W kesd DiscoveryScan: Unexpected measurement type 0\n", "W kesd DiscoveryScan: Null measurement\n",
            "W kesd DiscoveryScan: Unexpected measurement type 2\n"}));
-}
-
-TEST(DiscoveryResult, DeliversAnEmptyResponseWithItsValues) {
-  VEXODiscoveryScanResponse response(7);
-  response.scanStatus = 3;
-  response.opaque32 = 1;
-  response.opaque64 = 2;
-  scripted::TakeLog();
-  scripted::Callback callback;
-  discovery::ResponseReceived(&response, callback.AsObject());
-  scripted::ExpectDelivery(callback, kDeliverDiscoveryResultCounts, {16, 0, 0, 0});
-  EXPECT_EQ(HeaderOf(callback).scanStatus, 3u);
-  EXPECT_EQ(HeaderOf(callback).opaque64, 2u);
-  EXPECT_EQ(scripted::TakeLog(), (Log{"D kesd DiscoveryScan: ResponseReceived Id = 7\n",
-                                      "D kesd DiscoveryScan: scanStatus 3, 0 measurements\n"}));
 }
 
 TEST(DiscoveryResult, AnswersAMissingOrForeignResponseWithStatusFive) {

@@ -231,16 +231,4 @@ TEST_F(DiscoveryScan, GoesOnWithTheEntriesThatFoundMemory) {
   ObjectRelease(args[5].object);
 }
 
-TEST_F(DiscoveryScan, DeliversTheResultThatTheLibraryReports) {
-  Invocation invocation;
-  ASSERT_EQ(invocation.Run(), OBJECT_OK);
-  EXPECT_EQ(invocation.callback.retains, 1);
-  zv_loc_fw::VEXODiscoveryScanResponse response(*counter);
-  response.scanStatus = 9;
-  TheLibrary().listener->responseReceived(&response);
-  EXPECT_EQ(invocation.callback.deliveries, 1);
-  EXPECT_EQ(invocation.callback.counts, kDeliverDiscoveryResultCounts);
-  EXPECT_EQ(invocation.callback.releases, 1);
-}
-
 }  // namespace

@@ -185,40 +185,6 @@ TEST(MarshalFullBeacon, ExtendsTheVendorElementThatIsMeantAndNoOther) {
   }
 }
 
-TEST(MarshalFullBeacon, KeepsTheOffsetOfAnEmptyElementList) {
-  FullBeacon first, empty;
-  first.beaconElements.push_back(first.Element(0, 2));
-  CommonResponseData data;
-  MarshalFullBeacon(data, &first);
-  MarshalFullBeacon(data, nullptr);
-  MarshalFullBeacon(data, &empty);
-  ASSERT_EQ(data.scanMeasurements.count, 2u);
-  EXPECT_EQ(data.scanMeasurements[1].beaconElementsOffset, 4u);
-  EXPECT_EQ(data.scanMeasurements[1].beaconElementsLength, 0u);
-}
-
-TEST(MarshalRanging, AppendsTheMacAddressesOfEachMeasurement) {
-  Ranging first, second;
-  zv_loc_fw::VEXOMacAddress address;
-  for (int i = 0; i < 4; ++i) first.macList.push_back(address);
-  address.setMac(0xA1A2A3, 0xB1B2B3);
-  second.macList.push_back(address);
-  address.setMac(1, 2);
-  second.macList.push_back(address);
-  RangingData data;
-  MarshalRanging(data, &first);
-  MarshalRanging(data, nullptr);
-  MarshalRanging(data, &second);
-  ASSERT_EQ(data.scanMeasurements.count, 2u);
-  EXPECT_EQ(data.scanMeasurements[0].macCount, 4u);
-  EXPECT_EQ(data.scanMeasurements[1].firstMacIndex, 4u);
-  EXPECT_EQ(data.scanMeasurements[1].macCount, 2u);
-  ASSERT_EQ(data.wifiMacAddresses.count, 6u);
-  EXPECT_EQ(data.wifiMacAddresses[4].hi24, 0xA1A2A3u);
-  EXPECT_EQ(data.wifiMacAddresses[4].lo24, 0xB1B2B3u);
-  EXPECT_EQ(data.wifiMacAddresses[5].lo24, 2u);
-}
-
 // Record 65 needs a larger block of records; when there is none, its elements and addresses arrive all the same, and
 // the records that are there stay as they are.
 TEST(Marshal, ARecordThatFindsNoMemoryIsMissingAndNobodyElsesIsWritten) {

@@ -202,18 +202,4 @@ TEST_F(RangingScan, EachOperationLogsItsOutcomeAndARefusedRequestUsesUpItsId) {
   }
 }
 
-TEST_F(RangingScan, APeriodicRequestDeliversItsFirstResponseAlone) {
-  Invocation invocation;
-  ASSERT_EQ(invocation.Run(kStartPeriodicRangingScan), OBJECT_OK);
-  zv_loc_fw::VEXORangingScanResponse response(*counter);
-  TheLibrary().listener->responseReceived(&response);
-  scripted::TakeLog();
-  TheLibrary().listener->responseReceived(&response);
-  EXPECT_EQ(invocation.callback.deliveries, 1);
-  EXPECT_EQ(invocation.callback.counts, kDeliverRangingResultCounts);
-  EXPECT_EQ(invocation.callback.releases, 1);
-  EXPECT_EQ(scripted::TakeLog().back(),
-            "W kesd Dispatcher: Unexpected request ID " + std::to_string(static_cast<int>(*counter)) + "\n");
-}
-
 }  // namespace

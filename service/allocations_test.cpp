@@ -1,7 +1,6 @@
-// How often the daemon asks for memory on each of its roads, and what for; and what happens when there is none.
+// How often the daemon asks for memory on each of its roads, and what for.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <deque>
 #include <functional>
@@ -19,27 +18,10 @@ namespace {
 using scripted::TheLibrary;
 using Bytes = std::vector<uint8_t>;
 
-// Which of a road's allocations fail.
-struct Fault {
-  int skip = 0;
-  int failures = 0;
-};
-
-int CountAllocations(const std::function<void()>& road, const Fault& fault = {}) {
-  const scripted::FailingMemory memory(fault.skip, fault.failures);
+int CountAllocations(const std::function<void()>& road) {
+  const scripted::CountedMemory memory;
   road();
   return memory.Allocations();
-}
-
-// Takes the road once for each run of 1, 2, 3 and 4 allocations that can fail, and of all from one on. It answers how
-// many it made.
-void SweepFaults(const std::function<int(const Fault&)>& road) {
-  for (const int failures : {1, 2, 3, 4, scripted::kForEver}) {
-    for (Fault fault{0, failures};; ++fault.skip) {
-      SCOPED_TRACE(testing::Message() << fault.skip << " allocations succeed, then " << failures << " fail");
-      if (road(fault) <= fault.skip) break;
-    }
-  }
 }
 
 // The service's object; opening it needs no memory.
@@ -62,24 +44,23 @@ constexpr Operation kPeriodicRanging = {SERVICE_ID_RANGING_SCAN, kStartPeriodicR
 // A client's request, each step of which answers how many allocations it took.
 class Request {
  public:
-  int Start(const Operation& operation, const std::vector<Bytes>& buffers, const Fault& fault = {}) {
+  int Start(const Operation& operation, const std::vector<Bytes>& buffers) {
     std::vector<ObjectArg> args;
     for (const Bytes& buffer : buffers) args.push_back(scripted::InputBuffer(buffer.data(), buffer.size()));
     args.push_back({.object = callback.AsObject()});
     args.push_back({.object = {nullptr, nullptr}});
     const Object service = Open(operation.serviceId);
     const int allocations = CountAllocations(
-        [&] { result = service.invoke(service.context, operation.code, args.data(), operation.counts); }, fault);
+        [&] { result = service.invoke(service.context, operation.code, args.data(), operation.counts); });
     handle = args.back().object;
     return allocations;
   }
-  int Answer(zv_loc_fw::VEXOResponse& response, const Fault& fault = {}) {
-    return CountAllocations([&] { TheLibrary().listener->responseReceived(&response); }, fault);
+  int Answer(zv_loc_fw::VEXOResponse& response) {
+    return CountAllocations([&] { TheLibrary().listener->responseReceived(&response); });
   }
   int LetGo() {
     return CountAllocations([&] { ObjectRelease(handle); });
   }
-  bool HasHandle() const { return handle.invoke != nullptr; }
 
   scripted::Callback callback;
   int32_t result = OBJECT_ERROR;
@@ -139,30 +120,6 @@ TEST_F(Allocations, OfARequestAreItsEntryItsHandleItsListsAndWhatTheLibraryCopie
     ASSERT_EQ(request.result, OBJECT_OK);
     EXPECT_EQ(request.LetGo(), 0) << "an abort needs no memory";
     EXPECT_EQ(request.callback.releases, 1);
-  }
-}
-
-// Whatever there is no memory for: the request is sent, perhaps with less in its lists, or refused without a trace.
-TEST_F(Allocations, ThatFailRefuseARequestOrShortenItsLists) {
-  for (const auto& c : kRequests) {
-    SCOPED_TRACE(c.name);
-    SweepFaults([&](const Fault& fault) {
-      Request request, next;
-      const int sentBefore = TheLibrary().sendCalls;
-      const int allocations = request.Start(c.operation, c.buffers, fault);
-      const bool sent = request.result == OBJECT_OK;
-      EXPECT_TRUE(sent || request.result == OBJECT_ERROR);
-      EXPECT_EQ(TheLibrary().sendCalls, sentBefore + sent);
-      EXPECT_EQ(TheLibrary().liveRequests, 0);
-      EXPECT_EQ(request.HasHandle(), sent);
-      EXPECT_EQ(request.callback.retains, sent);
-      if (sent) request.LetGo();
-      EXPECT_EQ(request.callback.releases, sent);
-      EXPECT_EQ(next.Start(c.operation, c.buffers), c.allocations);
-      EXPECT_EQ(next.result, OBJECT_OK);
-      next.LetGo();
-      return allocations;
-    });
   }
 }
 
@@ -232,61 +189,6 @@ TEST_F(Allocations, OfAResultAreTheBlocksOfItsArrays) {
     EXPECT_EQ(ranging.Answer(distances), c.ranging);
     EXPECT_EQ(ranging.callback.deliveries, 1);
     EXPECT_EQ(ranging.LetGo(), 0);
-  }
-}
-
-// Whether `part` is what is left of the records of `whole` when some are missing; what refers to others may differ.
-bool IsLeftOf(const Bytes& part, const Bytes& whole, size_t recordSize, size_t compared) {
-  if (part.size() % recordSize != 0) return false;
-  auto at = whole.begin();
-  for (auto record = part.begin(); record != part.end(); record += static_cast<ptrdiff_t>(recordSize)) {
-    while (at != whole.end() && !std::equal(at, at + static_cast<ptrdiff_t>(compared), record)) {
-      at += static_cast<ptrdiff_t>(recordSize);
-    }
-    if (at == whole.end()) return false;
-    at += static_cast<ptrdiff_t>(recordSize);
-  }
-  return true;
-}
-
-// Delivers once and lets the callback go once, with the entries that found memory, and the header as ever.
-template <typename Response, typename Kind>
-void SweepDelivery(const Operation& operation, const std::vector<Bytes>& buffers, uint32_t count, int octets) {
-  constexpr size_t kSizes[] = {1, sizeof(WifiScanMeasurement), sizeof(WifiMeasurementInfo), 1, sizeof(WifiMacAddress)};
-  constexpr size_t kBssidSize = 8;
-  Measurements<Kind> measurements(count, octets);
-  std::vector<Bytes> whole;
-  const auto deliver = [&](const Fault& fault) {
-    Request request;
-    request.Start(operation, buffers);
-    Response response(VexoDispatcher::Get().requestIdCounter);
-    response.scanStatus = 7;
-    measurements.AppendTo(response);
-    const int allocations = request.Answer(response, fault);
-    request.LetGo();
-    const scripted::Callback& callback = request.callback;
-    EXPECT_EQ(callback.deliveries, 1);
-    EXPECT_EQ(callback.retains, 1);
-    EXPECT_EQ(callback.releases, 1);
-    if (whole.empty()) whole = callback.buffers;
-    for (size_t i = 0; i < whole.size(); ++i) {
-      EXPECT_TRUE(IsLeftOf(callback.buffers[i], whole[i], kSizes[i], i == 1 ? kBssidSize : kSizes[i])) << i;
-    }
-    EXPECT_EQ(callback.buffers[0], whole[0]);
-    EXPECT_EQ(callback.buffers == whole, allocations <= fault.skip || fault.failures == 0);
-    return allocations;
-  };
-  deliver({});
-  SweepFaults(deliver);
-  deliver({});
-}
-
-TEST_F(Allocations, ThatFailShortenAResult) {
-  for (const uint32_t count : {1u, 70u}) {
-    SweepDelivery<zv_loc_fw::VEXODiscoveryScanResponse, zv_loc_fw::VEXOFullBeaconScanMeasurement>(
-        kDiscovery, {Mode(0), {}, {}, {}}, count, 5);
-    SweepDelivery<zv_loc_fw::VEXORangingScanResponse, zv_loc_fw::VEXORangingScanMeasurement>(kRanging, {{}, kTs}, count,
-                                                                                             5);
   }
 }
 

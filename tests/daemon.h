@@ -20,15 +20,6 @@ namespace fs = std::filesystem;
 
 inline constexpr char kBin[] = KESD_BINARY_DIR "/bin/";
 
-struct TemporaryDirectory {
-  TemporaryDirectory() {
-    std::string pattern = (fs::temp_directory_path() / "kesd-test.XXXXXX").string();
-    if (mkdtemp(pattern.data()) != nullptr) path = pattern;
-  }
-  ~TemporaryDirectory() { fs::remove_all(path); }
-  fs::path path;
-};
-
 // A daemon of its own, on a socket of its own.
 class Daemon {
  public:

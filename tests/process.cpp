@@ -147,6 +147,13 @@ Outcome Process::Finish() {
   return outcome;
 }
 
+TemporaryDirectory::TemporaryDirectory() {
+  std::string pattern = std::filesystem::temp_directory_path() / "kesd-test.XXXXXX";
+  if (mkdtemp(pattern.data()) != nullptr) path = pattern;
+}
+
+TemporaryDirectory::~TemporaryDirectory() { std::filesystem::remove_all(path); }
+
 Outcome Run(const std::vector<std::string>& arguments, const std::vector<std::string>& environment) {
   return Process(arguments, Output::kSeparate, environment).Finish();
 }

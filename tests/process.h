@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -55,6 +56,13 @@ class Process {
   fenk::UniqueFd out;
   fenk::UniqueFd err;
   std::string unread;  // of `out`
+};
+
+// Goes in the end, with what is in it.
+struct TemporaryDirectory {
+  TemporaryDirectory();
+  ~TemporaryDirectory();
+  std::filesystem::path path;
 };
 
 // Runs a program to its end.

@@ -9,18 +9,13 @@
 #include <cstdlib>
 #include <string>
 
+#include "host/fenksocket/unique_fd.h"
+
 namespace {
 
-// A descriptor that is closed at the end, and its number as init writes it.
-struct TestFd {
-  explicit TestFd(int descriptor) : fd(descriptor), text(std::to_string(descriptor)) {}
-  ~TestFd() { close(fd); }
-  TestFd(const TestFd&) = delete;
-  TestFd& operator=(const TestFd&) = delete;
+using fenk::UniqueFd;
 
-  int fd;
-  std::string text;
-};
+std::string Text(const UniqueFd& fd) { return std::to_string(fd.Get()); }
 
 class ControlSocket : public testing::Test {
  protected:
@@ -32,28 +27,28 @@ class ControlSocket : public testing::Test {
     return fd;
   }
 
-  const TestFd stream{socket(AF_UNIX, SOCK_STREAM, 0)};
+  const UniqueFd stream{socket(AF_UNIX, SOCK_STREAM, 0)};
 };
 
 TEST_F(ControlSocket, IsTheDescriptorThatTheVariableNames) {
-  EXPECT_EQ(With(stream.text), stream.fd);
-  EXPECT_EQ(With("00" + stream.text), stream.fd);
+  EXPECT_EQ(With(Text(stream)), stream.Get());
+  EXPECT_EQ(With("00" + Text(stream)), stream.Get());
 }
 
 TEST_F(ControlSocket, IsNotInheritedAnyFurther) {
-  ASSERT_EQ(With(stream.text), stream.fd);
-  EXPECT_EQ(fcntl(stream.fd, F_GETFD), FD_CLOEXEC);
+  ASSERT_EQ(With(Text(stream)), stream.Get());
+  EXPECT_EQ(fcntl(stream.Get(), F_GETFD), FD_CLOEXEC);
 }
 
 TEST_F(ControlSocket, IsLookedUpWithUnderscoresForTheOtherCharacters) {
-  setenv("ANDROID_SOCKET_a_b_9_Z__", stream.text.c_str(), 1);
-  EXPECT_EQ(android_get_control_socket("a-b.9/Z\xc3\xa9"), stream.fd);
+  setenv("ANDROID_SOCKET_a_b_9_Z__", Text(stream).c_str(), 1);
+  EXPECT_EQ(android_get_control_socket("a-b.9/Z\xc3\xa9"), stream.Get());
   unsetenv("ANDROID_SOCKET_a_b_9_Z__");
   EXPECT_EQ(android_get_control_socket("a-b.9/Z\xc3\xa9"), -1);
 }
 
 TEST_F(ControlSocket, IsMissingWhenTheVariableHoldsNoNumber) {
-  const std::string& fd = stream.text;
+  const std::string fd = Text(stream);
   const std::string values[] = {
       "", " " + fd, fd + " ", "+" + fd, "-1", fd + "x", "0x3", "99999999999999999999", "4294967299"};
   for (const std::string& value : values) {
@@ -62,19 +57,19 @@ TEST_F(ControlSocket, IsMissingWhenTheVariableHoldsNoNumber) {
 }
 
 TEST_F(ControlSocket, IsMissingWhenTheDescriptorIsNoUnixStreamSocket) {
-  const TestFd datagram(socket(AF_UNIX, SOCK_DGRAM, 0));
-  const TestFd packets(socket(AF_UNIX, SOCK_SEQPACKET, 0));
-  const TestFd internet(socket(AF_INET, SOCK_STREAM, 0));
-  const TestFd file(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  for (const TestFd* other : {&datagram, &packets, &internet, &file}) EXPECT_EQ(With(other->text), -1);
+  const UniqueFd datagram(socket(AF_UNIX, SOCK_DGRAM, 0));
+  const UniqueFd packets(socket(AF_UNIX, SOCK_SEQPACKET, 0));
+  const UniqueFd internet(socket(AF_INET, SOCK_STREAM, 0));
+  const UniqueFd file(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  for (const UniqueFd* other : {&datagram, &packets, &internet, &file}) EXPECT_EQ(With(Text(*other)), -1);
 
-  const int closed = dup(stream.fd);
+  const int closed = dup(stream.Get());
   close(closed);
   EXPECT_EQ(With(std::to_string(closed)), -1);
 }
 
 TEST_F(ControlSocket, IsMissingForANameThatInitCannotHaveUsed) {
-  setenv("ANDROID_SOCKET_", stream.text.c_str(), 1);
+  setenv("ANDROID_SOCKET_", Text(stream).c_str(), 1);
   EXPECT_EQ(android_get_control_socket(""), -1);
   EXPECT_EQ(android_get_control_socket(nullptr), -1);
   unsetenv("ANDROID_SOCKET_");

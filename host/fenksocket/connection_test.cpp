@@ -100,9 +100,6 @@ TEST(Connection, CarriesSlotsOfEveryKind) {
     EXPECT_STREQ(output, "sev");
     ASSERT_NE(args[6].object.invoke, nullptr);
     EXPECT_TRUE(Same(args[7].object, kNobody));
-    EXPECT_EQ(given.references.Get(), 2);
-    EXPECT_EQ(args[6].object.invoke(args[6].object.context, 1, nullptr, 0), OBJECT_OK);
-    EXPECT_EQ(given.invocations.Get(), 1);
     ObjectRelease(args[6].object);
     EXPECT_TRUE(given.references.AwaitEqual(1));
     // The server gave its reference to what it was lent back; that goes by while the client waits for something.
@@ -165,26 +162,6 @@ TEST(Connection, PassesResultsOnAndOutputsOnlyWithSuccess) {
   EXPECT_EQ(given.references.Get(), 1);
   EXPECT_EQ(pair.Call(nullptr, 0x10000), OBJECT_ERROR_INVALID);  // counts that no slots can have
   EXPECT_EQ(root.invocations.Get(), 3);
-}
-
-TEST(Connection, CarriesFramesFarLargerThanTheSocketTakes) {
-  CountedObject root([](uint32_t, ObjectArg* args, uint32_t) {
-    std::memcpy(args[1].buffer.ptr, args[0].buffer.ptr, args[0].buffer.size);
-    args[1].buffer.size = args[0].buffer.size;
-    return OBJECT_OK;
-  });
-  const Pair pair(root.Get());
-  for (const std::size_t size : {1000u, 8192u, 3'000'001u, 5u, 3'000'000u}) {
-    std::string sent(size, '\0');
-    for (std::size_t i = 0; i < size; ++i) sent[i] = static_cast<char>(i * 31 >> 3);
-    std::string received(size + 4, '\0');
-    ObjectArg args[2];
-    args[0].buffer = {sent.data(), sent.size()};
-    args[1].buffer = {received.data(), received.size()};
-    ASSERT_EQ(pair.Call(args, ObjectCounts(1, 1, 0, 0)), OBJECT_OK);
-    received.resize(args[1].buffer.size);
-    EXPECT_TRUE(sent == received) << size;
-  }
 }
 
 TEST(Connection, ServesManyThreadsAtOnce) {
@@ -276,94 +253,6 @@ TEST(Connection, RefusesObjectsBeyondTheLimitsAndGivesThemBack) {
   ObjectRelease(args[0].object);
 }
 
-TEST(Connection, RefusesWhatThePeerSaidItDoesNotTake) {
-  CountedObject root;
-  Limits small = kTestLimits;
-  small.maxFrameBytes = 8192;
-  const Pair pair(root.Get(), kNobody, small);
-  ASSERT_EQ(pair.Call(nullptr, 0), OBJECT_OK);  // the peer's HELLO has come with its answer
-  std::string bytes(8192, 'x');
-  ObjectArg args[1];
-  args[0].buffer = {bytes.data(), bytes.size()};
-  EXPECT_EQ(pair.Call(args, ObjectCounts(1, 0, 0, 0)), kErrorLimit);
-  args[0].buffer.size = 8000;
-  EXPECT_EQ(pair.Call(args, ObjectCounts(1, 0, 0, 0)), OBJECT_OK);
-}
-
-TEST(Connection, ReleasesEverythingOnceAndFailsEverythingAfterTheEnd) {
-  CountedObject given;
-  CountedObject lent;
-  Object kept{};
-  CountedObject root([&](uint32_t, ObjectArg* args, uint32_t) {
-    ObjectRetain(args[0].object);
-    kept = args[0].object;
-    ObjectRetain(given.Get());
-    args[1].object = given.Get();
-    return OBJECT_OK;
-  });
-  Object handle{};
-  {
-    const Pair pair(root.Get());
-    ObjectArg args[2];
-    args[0].object = lent.Get();
-    ASSERT_EQ(pair.Call(args, ObjectCounts(0, 0, 1, 1)), OBJECT_OK);
-    handle = args[1].object;
-    pair.client->Close();
-    EXPECT_EQ(pair.client->End().kind, EndKind::kClosedHere);
-    EXPECT_EQ(lent.references.Get(), 1);
-    EXPECT_TRUE(given.references.AwaitEqual(1));
-    EXPECT_EQ(pair.Call(nullptr, 0), kErrorDisconnected);
-    EXPECT_EQ(pair.client->ServeUntil([] { return false; }, std::nullopt, -1), WaitResult::kDisconnected);
-  }
-  // Stand-ins outlive their connections.
-  EXPECT_EQ(kept.invoke(kept.context, 0, nullptr, 0), kErrorDisconnected);
-  EXPECT_EQ(handle.invoke(handle.context, 0, nullptr, 0), kErrorDisconnected);
-  ObjectRelease(kept);
-  ObjectRelease(handle);
-  EXPECT_EQ(given.references.Get(), 1);
-  EXPECT_EQ(lent.references.Get(), 1);
-}
-
-TEST(Connection, ReleasingNeverWaitsForAPeerThatDoesNotRead) {
-  SocketPair sockets;
-  const int ownFd = sockets.one.Get();
-  RawPeer peer(std::move(sockets.other));
-  Watched<int> unsent;
-  Object kept{};
-  CountedObject root([&](uint32_t, ObjectArg* args, uint32_t) {
-    ObjectRetain(args[0].object);
-    kept = args[0].object;
-    return OBJECT_OK;
-  });
-  const auto connection =
-      Connection::Create(std::move(sockets.one), kTestLimits, root.Get(), [&] { unsent.Update([](int& n) { ++n; }); });
-  ASSERT_TRUE(peer.Send(Hello() += Invoke(1, 0, 0, ObjectCounts(0, 0, 1, 0), Reference(kMine, 0xABC))));
-  ASSERT_EQ(connection->ServeUntil([&] { return kept.invoke != nullptr; }, Clock::now() + kPatience, -1),
-            WaitResult::kDone);
-  ASSERT_EQ(peer.Receive().type, 1);
-  ASSERT_EQ(peer.Receive().type, 3);
-  // Fill the socket behind the connection's back, with frames to be recognised.
-  std::size_t filled = 0;
-  const Bytes filler = Header(16, 99, 7);
-  while (send(ownFd, filler.data.data(), filler.data.size(), MSG_DONTWAIT) > 0) ++filled;
-  Watched<bool> returned;
-  std::thread releasing([&] {
-    ObjectRetain(kept);
-    ObjectRelease(kept);
-    ObjectRelease(kept);
-    returned.Update([](bool& b) { b = true; });
-  });
-  EXPECT_TRUE(returned.AwaitEqual(true));
-  releasing.join();
-  EXPECT_EQ(unsent.Get(), 1);
-  for (std::size_t i = 0; i < filled; ++i) ASSERT_EQ(peer.Receive().type, 99);
-  connection->Flush();
-  const RawFrame release = peer.Receive();
-  EXPECT_EQ(release.type, 4);
-  EXPECT_EQ(release.body.size(), 8u);
-  EXPECT_EQ(release.U64(0), 0xABCu);
-}
-
 TEST(Connection, WaitsForADeadlineAWakeUpOrAnotherThread) {
   CountedObject root;
   const Pair pair(root.Get());
@@ -382,31 +271,6 @@ TEST(Connection, WaitsForADeadlineAWakeUpOrAnotherThread) {
     eventfd_write(wakes[i].Get(), 1);
     waiting[i].join();
   }
-}
-
-TEST(Connection, DrainingLetsTheRunningInvocationAnswer) {
-  Watched<int> stage;
-  CountedObject root([&](uint32_t, ObjectArg* args, uint32_t) {
-    stage.Update([](int& n) { n = 1; });
-    // The peer never answers this; draining cuts it off.
-    EXPECT_EQ(args[0].object.invoke(args[0].object.context, 0, nullptr, 0), kErrorDisconnected);
-    return 42;
-  });
-  SocketPair sockets;
-  RawPeer peer(std::move(sockets.other));
-  const auto connection = Connection::Create(std::move(sockets.one), kTestLimits, root.Get());
-  std::thread serving([&] { connection->ServeUntil([] { return false; }, std::nullopt, -1); });
-  ASSERT_TRUE(peer.Send(Hello() += Invoke(5, 0, 0, ObjectCounts(0, 0, 1, 0), Reference(kMine, 1))));
-  ASSERT_TRUE(stage.AwaitEqual(1));
-  EXPECT_EQ(peer.Receive().type, 1);
-  EXPECT_EQ(peer.Receive().type, 2);
-  connection->Drain();
-  const RawFrame reply = peer.Receive();
-  EXPECT_EQ(reply.type, 3);
-  EXPECT_EQ(reply.serial, 5u);
-  EXPECT_EQ(reply.U32(0), 42u);
-  EXPECT_TRUE(peer.AwaitEnd());
-  serving.join();
 }
 
 }  // namespace

@@ -154,15 +154,6 @@ TEST_F(ServiceTest, RefusesWhatItCannotRunAndServesOn) {
   }
 }
 
-TEST_F(ServiceTest, EndsACallWhenThePeerDiesDuringIt) {
-  Start();
-  RawPeer peer = Greet();
-  ASSERT_TRUE(peer.Send(Invoke(1, 0, 1, 0x0100, Reference(kMine, 1))));
-  EXPECT_EQ(peer.Receive().type, 2);
-  peer.Close();
-  EXPECT_TRUE(requests.results.AwaitEqual({kErrorDisconnected}));
-}
-
 TEST_F(ServiceTest, DisconnectsThePeerThatAnswersWrongly) {
   Start();
   const Bytes answers[] = {
@@ -202,53 +193,6 @@ TEST_F(ServiceTest, DefersWhatAPeerAsksWhileAnInvocationOfItsOwnIsRunning) {
   EXPECT_EQ(peer.Receive().serial, 1u);
   EXPECT_EQ(peer.Receive().type, 4);
   for (uint64_t serial = 10; serial <= 73; ++serial) EXPECT_EQ(peer.Receive().serial, serial);
-}
-
-TEST_F(ServiceTest, ServesManyClientsThatAbortWhileResultsAreDelivered) {
-  Start();
-  std::atomic<bool> stop = false;
-  Watched<std::vector<Object>> leftOver;
-  std::thread delivering([&] {
-    while (!stop) requests.DeliverAll();
-  });
-  std::vector<std::thread> clients;
-  for (int t = 0; t < 8; ++t) {
-    clients.emplace_back([&, t] {
-      for (int round = 0; round < 5; ++round) {
-        std::vector<std::unique_ptr<CountedObject>> callbacks;
-        const auto connection = Connection::Create(socket.Connect(), kClientLimits, {nullptr, nullptr});
-        const Object root = connection->PeerRoot();
-        for (int i = 0; i < 20; ++i) {
-          callbacks.push_back(std::make_unique<CountedObject>());
-          ObjectArg args[3];
-          args[0].buffer = {nullptr, 0};
-          args[1].object = callbacks.back()->Get();
-          ASSERT_EQ(root.invoke(root.context, 0, args, 0x1101), OBJECT_OK);
-          if (i % 3 != 0) {
-            CountedObject& callback = *callbacks.back();
-            EXPECT_EQ(
-                connection->ServeUntil([&] { return callback.references.Get() == 1; }, Clock::now() + kPatience, -1),
-                WaitResult::kDone);
-            EXPECT_EQ(callback.invocations.Get(), 1);
-          }
-          if ((i + t) % 4 != 0)
-            ObjectRelease(args[2].object);  // others are left to the end of the connection
-          else
-            leftOver.Update([&](auto& list) { list.push_back(args[2].object); });
-        }
-        ObjectRelease(root);
-        connection->Close();
-        for (const auto& callback : callbacks) EXPECT_EQ(callback->references.Get(), 1);
-      }
-    });
-  }
-  for (std::thread& client : clients) client.join();
-  EXPECT_TRUE(requests.handles.AwaitEqual(0));
-  stop = true;
-  delivering.join();
-  EXPECT_TRUE(requests.pending.Get().empty());
-  EXPECT_EQ(CountLines("W fenksocket"), 0u);
-  for (const Object& object : leftOver.Get()) ObjectRelease(object);
 }
 
 TEST_F(ServiceTest, EndsInOrderWhenTheListeningSocketIsShutDown) {

@@ -32,14 +32,6 @@ Process Launch(std::vector<std::string> arguments) {
 
 class Launcher : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = testing::TempDir() + "kesd-launch.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    directory = pattern;
-    path = directory + "/socket";
-  }
-  void TearDown() override { std::filesystem::remove_all(directory); }
-
   // Launches a program that says "ready" and stays until its standard input ends.
   Process Serve(std::vector<std::string> options = {}) {
     std::vector<std::string> arguments = {"--socket", path};
@@ -63,8 +55,8 @@ class Launcher : public testing::Test {
     return status;
   }
 
-  std::string directory;
-  std::string path;
+  const testing_process::TemporaryDirectory temporary;
+  const std::string directory = temporary.path, path = directory + "/socket";
 };
 
 TEST_F(Launcher, HandsAListeningSocketToTheProgramThatItBecomes) {
@@ -103,17 +95,6 @@ TEST_F(Launcher, GivesTheSocketTheModeAndTheGroupAskedFor) {
   ASSERT_EQ(grouped.ReadLine(), "ready");
   EXPECT_EQ(Status().st_gid, gid);
   EXPECT_EQ(Status().st_mode & 07777U, 0660U);
-}
-
-TEST_F(Launcher, ReplacesASocketThatNobodyServesAnyMore) {
-  Process first = Serve();
-  ASSERT_EQ(first.ReadLine(), "ready");
-  first.Finish();
-  ASSERT_EQ(Connect(), ECONNREFUSED) << "the file stays behind";
-
-  Process second = Serve();
-  ASSERT_EQ(second.ReadLine(), "ready");
-  EXPECT_EQ(Connect(), 0);
 }
 
 TEST_F(Launcher, LeavesASocketAloneThatIsServed) {

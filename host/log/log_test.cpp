@@ -5,13 +5,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,14 +26,9 @@ struct Outcome {
 
 // Runs `body` in a process of its own, whose environment the library has not read yet.
 Outcome RunWith(const char* kesLog, const std::function<void()>& body) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return {"pipe failed", -1};
-  fflush(nullptr);  // a child that exits would write it again
+  testing::internal::CaptureStderr();
   const pid_t child = fork();
   if (child == 0) {
-    dup2(ends[1], STDERR_FILENO);
-    close(ends[0]);
-    close(ends[1]);
     if (kesLog != nullptr) {
       setenv("KES_LOG", kesLog, 1);
     } else {
@@ -43,24 +37,16 @@ Outcome RunWith(const char* kesLog, const std::function<void()>& body) {
     body();
     _exit(0);
   }
-  close(ends[1]);
   Outcome outcome;
-  char buffer[4096];
-  for (ssize_t got = 0; (got = read(ends[0], buffer, sizeof buffer)) > 0;) {
-    outcome.output.append(buffer, static_cast<size_t>(got));
-  }
-  close(ends[0]);
   waitpid(child, &outcome.status, 0);
+  outcome.output = testing::internal::GetCapturedStderr();
   return outcome;
 }
 
 std::vector<std::string> LinesOf(const std::string& output) {
   std::vector<std::string> lines;
-  for (size_t start = 0; start < output.size();) {
-    const size_t end = std::min(output.find('\n', start), output.size());
-    lines.push_back(output.substr(start, end - start));
-    start = end + 1;
-  }
+  std::istringstream text(output);
+  for (std::string line; std::getline(text, line);) lines.push_back(line);
   return lines;
 }
 

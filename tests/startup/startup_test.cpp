@@ -64,22 +64,6 @@ TEST(Startup, FailsWithAMessageAndThenSleepsForEver) {
   }
 }
 
-TEST(Startup, FailsWithoutTheIpcLibraryToo) {
-  // Away from the build's libraries, which the daemon would find from where it lies.
-  std::string directory = testing::TempDir() + "kesd-startup.XXXXXX";
-  ASSERT_NE(mkdtemp(directory.data()), nullptr);
-  const std::string program = directory + "/kesd";
-  std::filesystem::copy_file(kKesd, program);
-  std::filesystem::create_symlink(KESD_BINARY_DIR "/lib/kesd/libvexo_client.so", directory + "/libvexo_client.so");
-  {
-    Process kesd({program}, Output::kMerged, {Folders({"log", "socket_given"}) + ":" + directory});
-    EXPECT_EQ(kesd.ReadLinesUntil("asleep"),
-              Lines({"level kesd 1", "error kesd \"Failed to load libfenksocket\""}) + kAsleep);
-    EXPECT_TRUE(kesd.IsRunning());
-  }
-  std::filesystem::remove_all(directory);
-}
-
 TEST(Startup, ServesTheRootObjectUntilTheServiceEnds) {
   const struct {
     const char* name;
