@@ -80,18 +80,6 @@ TEST(KesctlRange, PrintsOneJsonObject) {
   EXPECT_EQ(json["measurements"][3]["incomplete"], true);
 }
 
-TEST(KesctlRange, NamesHowTheRangingOfAPeerEnded) {
-  const char* names[] = {"success",      "failed",        "no-response", "unknown-peer",      "not-capable",
-                         "rejected",     "wrong-channel", "busy",        "invalid-timestamp", "changed-parameters",
-                         "not-measured", "unknown(11)"};
-  TestRangingResult result;
-  for (uint32_t i = 0; i < std::size(names); ++i) result.Add(kPeerMac, {.status = wifi::RangingStatus{i}});
-  StandInDaemon daemon(Answer::kResult, result);
-  const nlohmann::json json = Parsed(RunKesctl(RangeAt(daemon, {"--json"})).out);
-  ASSERT_EQ(json["measurements"].size(), std::size(names));
-  for (std::size_t i = 0; i < std::size(names); ++i) EXPECT_EQ(json["measurements"][i]["status"], names[i]);
-}
-
 TEST(KesctlRange, SendsWhatItsOptionsSay) {
   StandInDaemon daemon(Answer::kResult, std::vector(3, ImagesOf(TestRangingResult{})));
   const Outcome oneShot = RunKesctl(RangeAt(daemon, {"02:00:5E:10:00:02@5955", kPeer, "--timeout", "5000"}));

@@ -1,4 +1,4 @@
-// How often the daemon asks for memory on each of its roads, and what for.
+// How often the daemon asks for memory on each of its roads, and what for; and what happens when there is none.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -18,10 +18,27 @@ namespace {
 using scripted::TheLibrary;
 using Bytes = std::vector<uint8_t>;
 
-int CountAllocations(const std::function<void()>& road) {
-  const scripted::CountedMemory memory;
+// Which of a road's allocations fail.
+struct Fault {
+  int skip = 0;
+  int failures = 0;
+};
+
+int CountAllocations(const std::function<void()>& road, const Fault& fault = {}) {
+  const scripted::FailingMemory memory(fault.skip, fault.failures);
   road();
   return memory.Allocations();
+}
+
+// Takes the road once for each run of 1, 2, 3 and 4 allocations that can fail, and of all from one on. It answers how
+// many it made.
+void SweepFaults(const std::function<int(const Fault&)>& road) {
+  for (const int failures : {1, 2, 3, 4, scripted::kForEver}) {
+    for (Fault fault{0, failures};; ++fault.skip) {
+      SCOPED_TRACE(testing::Message() << fault.skip << " allocations succeed, then " << failures << " fail");
+      if (road(fault) <= fault.skip) break;
+    }
+  }
 }
 
 // The service's object; opening it needs no memory.
@@ -44,14 +61,14 @@ constexpr Operation kPeriodicRanging = {SERVICE_ID_RANGING_SCAN, kStartPeriodicR
 // A client's request, each step of which answers how many allocations it took.
 class Request {
  public:
-  int Start(const Operation& operation, const std::vector<Bytes>& buffers) {
+  int Start(const Operation& operation, const std::vector<Bytes>& buffers, const Fault& fault = {}) {
     std::vector<ObjectArg> args;
     for (const Bytes& buffer : buffers) args.push_back(scripted::InputBuffer(buffer.data(), buffer.size()));
     args.push_back({.object = callback.AsObject()});
     args.push_back({.object = {nullptr, nullptr}});
     const Object service = Open(operation.serviceId);
     const int allocations = CountAllocations(
-        [&] { result = service.invoke(service.context, operation.code, args.data(), operation.counts); });
+        [&] { result = service.invoke(service.context, operation.code, args.data(), operation.counts); }, fault);
     handle = args.back().object;
     return allocations;
   }
@@ -61,6 +78,7 @@ class Request {
   int LetGo() {
     return CountAllocations([&] { ObjectRelease(handle); });
   }
+  bool HasHandle() const { return handle.invoke != nullptr; }
 
   scripted::Callback callback;
   int32_t result = OBJECT_ERROR;
@@ -120,6 +138,30 @@ TEST_F(Allocations, OfARequestAreItsEntryItsHandleItsListsAndWhatTheLibraryCopie
     ASSERT_EQ(request.result, OBJECT_OK);
     EXPECT_EQ(request.LetGo(), 0) << "an abort needs no memory";
     EXPECT_EQ(request.callback.releases, 1);
+  }
+}
+
+// Whatever there is no memory for: the request is sent, perhaps with less in its lists, or refused without a trace.
+TEST_F(Allocations, ThatFailRefuseARequestOrShortenItsLists) {
+  for (const auto& c : kRequests) {
+    SCOPED_TRACE(c.name);
+    SweepFaults([&](const Fault& fault) {
+      Request request, next;
+      const int sentBefore = TheLibrary().sendCalls;
+      const int allocations = request.Start(c.operation, c.buffers, fault);
+      const bool sent = request.result == OBJECT_OK;
+      EXPECT_TRUE(sent || request.result == OBJECT_ERROR);
+      EXPECT_EQ(TheLibrary().sendCalls, sentBefore + sent);
+      EXPECT_EQ(TheLibrary().liveRequests, 0);
+      EXPECT_EQ(request.HasHandle(), sent);
+      EXPECT_EQ(request.callback.retains, sent);
+      if (sent) request.LetGo();
+      EXPECT_EQ(request.callback.releases, sent);
+      EXPECT_EQ(next.Start(c.operation, c.buffers), c.allocations);
+      EXPECT_EQ(next.result, OBJECT_OK);
+      next.LetGo();
+      return allocations;
+    });
   }
 }
 

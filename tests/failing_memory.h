@@ -34,11 +34,6 @@ class FailingMemory {
   };
 };
 
-// Counts the calling thread's allocations, none of which fails.
-struct CountedMemory : FailingMemory {
-  CountedMemory() : FailingMemory(0, 0) {}
-};
-
 // The same for all threads of the process together. One in a process: a thread may look at it for the last time when it
 // is over.
 class FailingProcessMemory {
