@@ -1,10 +1,10 @@
 #include "host/vexo_client/nl80211/bss_entry.h"
 
 #include <linux/nl80211.h>
-#include <time.h>
 
 #include <algorithm>
 #include <array>
+#include <ctime>
 #include <set>
 #include <span>
 #include <utility>

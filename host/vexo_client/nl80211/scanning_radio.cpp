@@ -303,10 +303,8 @@ void ScanningRadio::TakeEvents(bool hasJustBegun) {
   });
   if (seen.ended) {
     ScanEnded(seen.aborted);
-  } else if (state == State::kWaiting && error != 0) {
-    due = std::min(due, Clock::now() + kEventPause);  // the end that is waited for may be among what was lost
-  } else if (state != State::kIdle && seen.gone) {
-    due = std::min(due, Clock::now() + kEventPause);
+  } else if ((state == State::kWaiting && error != 0) || (state != State::kIdle && seen.gone)) {
+    due = std::min(due, Clock::now() + kEventPause);  // the end that is waited for may be lost, or never be told
   }
 }
 
