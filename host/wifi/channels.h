@@ -29,7 +29,8 @@ constexpr uint32_t ChannelOfFrequency(uint32_t frequencyMhz) {
   return 0;
 }
 
-// Whether an access point of the 6 GHz band that is not announced on another band is to be found here (IEEE Std 802.11ax-2021, 26.17.2.3.3).
+// Whether an access point of the 6 GHz band that is not announced on another band is to be found here (IEEE Std
+// 802.11ax-2021, 26.17.2.3.3).
 constexpr bool IsPreferredScanningChannel(uint32_t frequencyMhz) {
   return Is6GHz(frequencyMhz) && frequencyMhz >= 5975 && (frequencyMhz - 5975) % 80 == 0;
 }
