@@ -23,7 +23,7 @@ using wifi::ScanStatus;
 using zv_loc_fw::VEXOPeriodicRangingScanRequest;
 using zv_loc_fw::VEXORangingScanRequest;
 
-constexpr uint64_t kAnswers = 0x0E7C33905A20, kNotCapable = 0x02A0C9114501, kUnknown = 0x123456789ABC;
+constexpr uint64_t kAnswers = 0x0E7C33905A20, kUnknown = 0x123456789ABC;
 
 template <typename Node = zv_loc_fw::VEXONodeInfo>
 Node NodeOf(uint64_t address) {

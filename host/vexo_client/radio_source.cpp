@@ -26,9 +26,7 @@ bool RadioSource::Open(const std::string& interface, std::string& error) {
     return false;
   }
   nl80211::RadioReports reports;
-  reports.scan = [this](nl80211::ScanRequests served, ScanStatus status, std::vector<Bss> found) {
-    Report(served, status, std::move(found));
-  };
+  reports.scan = [this](nl80211::ScanRequests served, std::vector<Bss> found) { Report(served, std::move(found)); };
   reports.ranging = [this](RangingDone done, ScanStatus status, std::vector<RangedPeer> peers) {
     Report(std::move(done), status, std::move(peers));
   };
@@ -37,14 +35,16 @@ bool RadioSource::Open(const std::string& interface, std::string& error) {
   return radio != nullptr;
 }
 
-void RadioSource::Report(nl80211::ScanRequests served, ScanStatus status, std::vector<Bss> found) noexcept {
+void RadioSource::Report(nl80211::ScanRequests served, std::vector<Bss> found) noexcept {
   BssList list;
+  bool isListed = true;
   try {
     list = MakeBssList(std::move(found));
   } catch (const std::bad_alloc&) {
-    status = ScanStatus::kFailed;
+    isListed = false;
   }
   for (const auto& request : served) {
+    const ScanStatus status = isListed ? request->status : ScanStatus::kFailed;
     bool kept = false;
     try {
       kept = scheduler.Now([request, status, list] { request->done(status, list); });

@@ -28,7 +28,7 @@ class RadioSource final : public MeasurementSource {
   }
 
  private:
-  void Report(nl80211::ScanRequests served, wifi::ScanStatus status, std::vector<Bss> found) noexcept;
+  void Report(nl80211::ScanRequests served, std::vector<Bss> found) noexcept;
   void Report(RangingDone done, wifi::ScanStatus status, std::vector<RangedPeer> peers) noexcept;
 
   Scheduler& scheduler;

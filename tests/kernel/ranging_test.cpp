@@ -330,5 +330,14 @@ TEST_F(Ranging, MeasuresAPeerForNoLongerThanItsOwnTime) {
   EXPECT_EQ(result->measurements.at(0).ranging.status, wifi::RangingStatus::kNotMeasured);
 }
 
+TEST_F(Ranging, EndsWithTheInterfaceThatItMeasuresWith) {
+  ASSERT_TRUE(mediator.Register());
+  const Daemon daemon("nl80211:" + interface);
+  Process process = Range(daemon, {PeerText(0) + "@5180"}, 50'000);  // longer than anybody waits here
+  ASSERT_EQ(mediator.Next().peers.size(), 1u);
+  ASSERT_EQ(Command("/bin/ip link set " + interface + " down").exitCode, 0);
+  EXPECT_EQ(Statuses(std::move(process)), Json({8}));
+}
+
 }  // namespace
 }  // namespace kernel_test

@@ -145,6 +145,7 @@ std::string HexOctet(size_t value) {
 TEST_F(Scan, HasTheElementsThatTheKernelHasOctetForOctet) {
   const Json result = Result({"--timeout", "20000"});
   const std::string received = ReceivedOctets(Command("/usr/sbin/iw --debug dev wlan0 scan dump").err);
+  ASSERT_GE(result["measurements"].size(), 4U);
   for (const Json& measurement : result["measurements"]) {
     std::string elements;
     for (const Json& element : measurement["elements"]) {
@@ -166,14 +167,15 @@ class Events {
   }
   // The next line that tells of a scan: it started, finished or was aborted.
   std::string Next() {
-    std::string line;
-    do line = process.ReadLine();
-    while (!line.empty() && line.find("scan ") == std::string::npos);
+    do latest = process.ReadLine();
+    while (!latest.empty() && latest.find("scan ") == std::string::npos);
     for (const char* what : {"scan started", "scan finished", "scan aborted"}) {
-      if (line.find(what) != std::string::npos) return what;
+      if (latest.find(what) != std::string::npos) return what;
     }
-    return line;
+    return latest;
   }
+  // The whole of what Next gave: an end has the frequencies too.
+  const std::string& Line() const { return latest; }
   void ExpectScan() {
     EXPECT_EQ(Next(), "scan started");
     EXPECT_EQ(Next(), "scan finished");
@@ -196,25 +198,30 @@ class Events {
   }
 
   Process process{{"/usr/sbin/iw", "event"}, Output::kMerged};
+  std::string latest;
 };
 
 TEST_F(Scan, OneScanServesRequestsThatItCovers) {
   Events events;
   Process wide(daemon.Kesctl({"scan", "--json", "--band", "5"}));
   EXPECT_EQ(events.Next(), "scan started");
-  const Json covered = Result({"--channel", "36"});
-  EXPECT_EQ(Found(covered), Names{"Linden WPA3"});
+  EXPECT_EQ(Found(Result({"--channel", "36"})), Names{"Linden WPA3"});
   EXPECT_EQ(Found(Parsed(wide.Finish())), (Names{"Linden WPA3", "Linden OWE"}));
   EXPECT_EQ(events.Next(), "scan finished");
+  EXPECT_NE(events.Line().find(" 5180 5200 "), std::string::npos) << events.Line();
 
-  // These two wait for the first and then make one scan together.
-  Process running(daemon.Kesctl({"scan", "--json", "--channel", "1"}));
+  // Two that wait for a longer one make one scan together, and that is the next.
+  Process running(daemon.Kesctl({"scan", "--json", "--passive", "--band", "5"}));
   EXPECT_EQ(events.Next(), "scan started");
-  Process second(daemon.Kesctl({"scan", "--json", "--channel", "6"}));
-  Process third(daemon.Kesctl({"scan", "--json", "--channel", "36"}));
-  EXPECT_EQ(Found(Parsed(running.Finish())), Names{"Linden open"});
-  EXPECT_EQ(Found(Parsed(second.Finish())), Names{"Linden WPA2"});
-  EXPECT_EQ(Found(Parsed(third.Finish())), Names{"Linden WPA3"});
+  Process second(daemon.Kesctl({"scan", "--json", "--channel", "1"}));
+  Process third(daemon.Kesctl({"scan", "--json", "--channel", "6"}));
+  EXPECT_EQ(Found(Parsed(second.Finish())), Names{"Linden open"});
+  EXPECT_EQ(Found(Parsed(third.Finish())), Names{"Linden WPA2"});
+  EXPECT_EQ(Found(Parsed(running.Finish())), (Names{"Linden WPA3", "Linden OWE"}));
+  EXPECT_EQ(events.Next(), "scan finished");
+  EXPECT_NE(events.Line().find(" 5180 5200 "), std::string::npos) << events.Line();
+  events.ExpectScan();
+  EXPECT_NE(events.Line().find(" 2412 2437,"), std::string::npos) << events.Line();
 }
 
 TEST_F(Scan, WaitsForTheEndOfSomebodyElsesScan) {

@@ -93,12 +93,28 @@ ScanStatus StatusOf(int error, const std::string& name) noexcept {
   }
 }
 
+namespace {
+
+// 0, or the errno of what the socket's device is asked about the interface.
+int AskDevice(const std::string& name, const Netlink& netlink, unsigned long question, ifreq& request) {
+  if (name.size() >= sizeof(request.ifr_name)) return ENODEV;  // no interface has a longer name
+  std::memcpy(request.ifr_name, name.data(), name.size());
+  return ioctl(netlink.Descriptor(), question, &request) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
 uint32_t IndexOf(const std::string& name, const Netlink& netlink) {
   ifreq request{};
-  errno = ENODEV;  // no interface has a longer name
-  if (name.size() >= sizeof(request.ifr_name)) return 0;
-  std::memcpy(request.ifr_name, name.data(), name.size());
-  return ioctl(netlink.Descriptor(), SIOCGIFINDEX, &request) == 0 ? static_cast<uint32_t>(request.ifr_ifindex) : 0;
+  errno = AskDevice(name, netlink, SIOCGIFINDEX, request);
+  return errno == 0 ? static_cast<uint32_t>(request.ifr_ifindex) : 0;
+}
+
+ScanStatus StateOf(const std::string& name, const Netlink& netlink, uint32_t index) noexcept {
+  if (IndexOf(name, netlink) != index) return ScanStatus::kInterfaceGone;
+  ifreq request{};
+  const int error = AskDevice(name, netlink, SIOCGIFFLAGS, request);
+  return StatusOf(error == 0 && (request.ifr_flags & IFF_UP) == 0 ? ENETDOWN : error, name);
 }
 
 ScanStatus FindInterface(const std::string& name, Netlink& netlink, Interface& interface) {

@@ -34,6 +34,9 @@ uint32_t IndexOf(const std::string& name, const Netlink& netlink);
 wifi::ScanStatus FindInterface(const std::string& name, Netlink& netlink, Interface& interface);
 wifi::ScanStatus LookUp(const std::string& name, Netlink& netlink, Interface& interface);
 
+// kOk while the interface that had `index` is there and up, else why it no longer serves.
+wifi::ScanStatus StateOf(const std::string& name, const Netlink& netlink, uint32_t index) noexcept;
+
 // What the kernel's refusal of a command on the interface means to a client.
 wifi::ScanStatus StatusOf(int error, const std::string& name) noexcept;
 

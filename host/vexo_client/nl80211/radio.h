@@ -20,7 +20,7 @@ namespace vexo_host::nl80211 {
 using ScanRequests = std::span<const std::shared_ptr<ScanRequest>>;
 
 // What one scan found, for all whom it serves. On the radio's thread: it must not wait. Throws nothing.
-using ScanReport = std::function<void(ScanRequests served, wifi::ScanStatus status, std::vector<Bss> found)>;
+using ScanReport = std::function<void(ScanRequests served, std::vector<Bss> found)>;
 
 // How a request's peers were measured, for the client's ranging. The same goes for it.
 using RangingReport = std::function<void(RangingDone done, wifi::ScanStatus status, std::vector<RangedPeer> peers)>;

@@ -23,6 +23,7 @@ using wifi::ScanStatus;
 constexpr char kTag[] = "vexo_client";
 
 constexpr milliseconds kBusyPause{200};       // before a radio that measures for somebody else is asked again
+constexpr milliseconds kLookPause{1'000};     // between looks whether the interface is still up
 constexpr milliseconds kCompletionTime{500};  // from the last peer's result to the measurement's end
 
 using Heard = std::map<uint64_t, const Bss*>;
@@ -92,7 +93,7 @@ void RangingTurns::Add(const RangingRequest& request, const FtmCapabilities& cap
 
 std::optional<RangingTurns::Clock::time_point> RangingTurns::Due() const {
   if (turns.empty()) return std::nullopt;
-  Clock::time_point first = due;
+  Clock::time_point first = measurement ? std::min(due, nextLook) : due;
   for (const Turn& turn : turns) first = std::min(first, turn.request.deadline);
   return first;
 }
@@ -139,24 +140,26 @@ void RangingTurns::Continue(Clock::time_point now) {
     if (turn->request.deadline <= now) End(turn, ScanStatus::kTimedOut);
     turn = next;
   }
-  if (turns.empty()) return;
-  if (measurement) {
-    if (!isComplete && now < due) return;
+  if (measurement && (isComplete || now >= due)) {
     EndRound(turns.front());
     due = now;
+  } else if (measurement && now >= nextLook) {
+    // The kernel tells nobody that it gave up the measurements of an interface that went down.
+    nextLook = now + kLookPause;
+    const ScanStatus status = StateOf(name, *measurement, measured);
+    if (status != ScanStatus::kOk) End(turns.begin(), status);
   }
-  while (!turns.empty() && now >= due && !measurement) {
-    Turn& turn = turns.front();
-    if (turn.roundEnd == turn.peers.size()) {
-      End(turns.begin(), ScanStatus::kOk);
-    } else if (!BeginRound(turn, now)) {
-      return;
-    }
+  // One step at a time, so that a request of many rounds that are refused holds up nothing else.
+  if (measurement || turns.empty() || now < due) return;
+  if (turns.front().roundEnd == turns.front().peers.size()) {
+    End(turns.begin(), ScanStatus::kOk);
+  } else {
+    BeginRound(turns.front(), now);
   }
 }
 
-// Starts to measure the peers after the last round's. False when the radio has no time.
-bool RangingTurns::BeginRound(Turn& turn, Clock::time_point now) {
+// Starts to measure the peers after the last round's.
+void RangingTurns::BeginRound(Turn& turn, Clock::time_point now) {
   const size_t begin = turn.roundBegin = turn.roundEnd;
   const size_t most = begin < turn.singlyUntil ? 1 : turn.peersAtOnce;
   std::vector<FtmRequest> requests;
@@ -171,12 +174,12 @@ bool RangingTurns::BeginRound(Turn& turn, Clock::time_point now) {
     error = measurement.emplace().Open();
     if (error == 0) {
       const milliseconds left = std::chrono::ceil<milliseconds>(turn.request.deadline - now);
-      const uint32_t interface = IndexOf(name, *measurement);  // it may have been made anew since
+      measured = IndexOf(name, *measurement);  // it may have been made anew since
       turn.roundEnd = begin + requests.size();
       isComplete = false;
       // The first results may come before the acknowledgement.
       error =
-          measurement->Ask(StartMessage(*measurement, interface, left, requests),
+          measurement->Ask(StartMessage(*measurement, measured, left, requests),
                            [this](uint8_t command, const Attributes& attributes) { TakeMessage(command, attributes); });
     }
   } catch (const std::bad_alloc&) {
@@ -184,24 +187,25 @@ bool RangingTurns::BeginRound(Turn& turn, Clock::time_point now) {
   }
   if (error != 0) return Refused(turn, requests.size(), error, now);
   due = now;
+  nextLook = now + kLookPause;
   for (size_t i = begin; i < turn.roundEnd && !isComplete; ++i) {
     const Peer& peer = turn.peers[i];
     due = std::max(due, peer.time.count() > 0 ? now + peer.time : turn.request.deadline);
   }
-  return true;
 }
 
-// False when the same is to be asked later.
-bool RangingTurns::Refused(Turn& turn, size_t count, int error, Clock::time_point now) {
+void RangingTurns::Refused(Turn& turn, size_t count, int error, Clock::time_point now) {
   turn.roundEnd = turn.roundBegin;
   if (error == EBUSY) {
     measurement.reset();
     due = now + kBusyPause;
-    return false;
+    return;
   }
   const char* const why = measurement ? measurement->Explanation().c_str() : "";
-  zv_loc_fw::log_warning(kTag, "%s: the kernel refuses to measure the distance to %zu peer%s: %s%s%s\n", name.c_str(),
-                         count, count == 1 ? "" : "s", strerrordesc_np(error), *why == '\0' ? "" : ": ", why);
+  const bool isToldAlready = turn.roundBegin < turn.singlyUntil;  // of all of them together
+  if (!isToldAlready)
+    zv_loc_fw::log_warning(kTag, "%s: the kernel refuses to measure the distance to %zu peer%s: %s%s%s\n", name.c_str(),
+                           count, count == 1 ? "" : "s", strerrordesc_np(error), *why == '\0' ? "" : ": ", why);
   measurement.reset();
   if (error != EINVAL && error != ERANGE) {
     End(turns.begin(), error == EOPNOTSUPP ? ScanStatus::kUnsupported : StatusOf(error, name));
@@ -211,7 +215,6 @@ bool RangingTurns::Refused(Turn& turn, size_t count, int error, Clock::time_poin
     turn.results[turn.peers[turn.roundBegin].node].values.status = RangingStatus::kFailed;
     ++turn.roundEnd;
   }
-  return true;
 }
 
 void RangingTurns::EndRound(Turn& turn) {

@@ -47,9 +47,9 @@ class RangingTurns {
   struct Peer;
   struct Turn;
 
-  bool BeginRound(Turn& turn, Clock::time_point now);
+  void BeginRound(Turn& turn, Clock::time_point now);
   void EndRound(Turn& turn);
-  bool Refused(Turn& turn, size_t count, int error, Clock::time_point now);
+  void Refused(Turn& turn, size_t count, int error, Clock::time_point now);
   void TakeMessage(uint8_t command, const Attributes& attributes);
   void Take(const FtmResult& result);
   void End(std::list<Turn>::iterator turn, wifi::ScanStatus status);
@@ -58,6 +58,8 @@ class RangingTurns {
   const RangingReport report;
   std::list<Turn> turns;               // the first one is measured, the others wait
   std::optional<Netlink> measurement;  // while one runs
+  uint32_t measured = 0;               // the index of its interface
+  Clock::time_point nextLook;          // whether the interface is still there
   bool isComplete = false;             // it is, says the kernel
   Clock::time_point due;               // of the measurement, or when it is tried again to start one
 };

@@ -15,6 +15,7 @@ void ScanQueue::Add(const std::shared_ptr<ScanRequest>& request, const ScanPlan&
   const auto covering = std::find_if(first, turns.end(), [&](const ScanTurn& turn) { return Covers(turn.plan, plan); });
   if (covering != turns.end()) {
     covering->requests.push_back(request);
+    if (hasCurrent && covering == turns.begin()) request->since = std::min(request->since, begun);
     return;
   }
   for (auto turn = turns.begin() + (hasCurrent ? 1 : 0); turn != turns.end(); ++turn) {
@@ -29,6 +30,7 @@ const ScanTurn* ScanQueue::Begin(std::chrono::steady_clock::time_point now) {
   hasCurrent = !turns.empty();
   isOpen = true;
   if (!hasCurrent) return nullptr;
+  begun = now;
   for (const auto& request : turns.front().requests) request->since = std::min(request->since, now);
   return &turns.front();
 }
@@ -39,10 +41,13 @@ std::chrono::steady_clock::time_point ScanQueue::Since() const {
   return since;
 }
 
-std::vector<std::shared_ptr<ScanRequest>> ScanQueue::End() {
+std::vector<std::shared_ptr<ScanRequest>> ScanQueue::End(wifi::ScanStatus status) {
   std::vector<std::shared_ptr<ScanRequest>> served = std::move(turns.front().requests);
   turns.pop_front();
   hasCurrent = false;
+  for (const auto& request : served) {
+    if (request->status == wifi::ScanStatus::kOk) request->status = status;
+  }
   std::erase_if(served, [](const auto& request) { return --request->scansLeft > 0; });
   return served;
 }

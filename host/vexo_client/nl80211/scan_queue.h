@@ -15,6 +15,7 @@ namespace vexo_host::nl80211 {
 // A discovery request, which its last scan answers with what was heard since the first one began.
 struct ScanRequest {
   ScanDone done;
+  wifi::ScanStatus status = wifi::ScanStatus::kOk;  // of its scans so far: the first that is not kOk
   size_t scansLeft = 0;
   std::chrono::steady_clock::time_point since = std::chrono::steady_clock::time_point::max();
 };
@@ -38,6 +39,8 @@ class ScanQueue {
   // Makes the longest waiting scan the current one, from `now` on; null when none waits. There must be no current one.
   const ScanTurn* Begin(std::chrono::steady_clock::time_point now);
 
+  bool IsWaiting() const { return turns.size() > (hasCurrent ? 1U : 0U); }
+
   // Nobody joins the current scan any more.
   void Close() { isOpen = false; }
 
@@ -45,14 +48,15 @@ class ScanQueue {
   std::chrono::steady_clock::time_point Since() const;
 
   // Ends the current scan, and gives those whose last one it was.
-  std::vector<std::shared_ptr<ScanRequest>> End();
+  std::vector<std::shared_ptr<ScanRequest>> End(wifi::ScanStatus status);
 
  private:
   void Add(const std::shared_ptr<ScanRequest>& request, const ScanPlan& plan, size_t maxSsids);
 
   std::deque<ScanTurn> turns;
-  bool hasCurrent = false;  // the first one
-  bool isOpen = true;       // to join it
+  bool hasCurrent = false;                      // the first one
+  bool isOpen = true;                           // to join it
+  std::chrono::steady_clock::time_point begun;  // it
 };
 
 }  // namespace vexo_host::nl80211

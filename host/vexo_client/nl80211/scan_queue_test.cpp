@@ -78,9 +78,9 @@ class Queue : public testing::Test {
     queue.Add(requests.back(), PlansFor(query, kRadio, 3), 3);
   }
   const ScanTurn* Begin() { return queue.Begin(now += std::chrono::seconds(1)); }
-  std::set<size_t> End() {
+  std::set<size_t> End(wifi::ScanStatus status = wifi::ScanStatus::kOk) {
     std::set<size_t> served;
-    for (const auto& request : queue.End()) {
+    for (const auto& request : queue.End(status)) {
       served.insert(static_cast<size_t>(std::find(requests.begin(), requests.end(), request) - requests.begin()));
     }
     return served;
@@ -118,10 +118,12 @@ TEST_F(Queue, ServesARequestOfSeveralScansWithTheLastSinceTheFirst) {
   Add(Query(true, {1}, {"a", "b", "c", "d"}));
   Begin();
   const steady_clock::time_point first = queue.Since();
-  EXPECT_EQ(End(), std::set<size_t>{});
+  Add(Query(true, {1}, {"a", "b", "c", "e"}));  // joins, and waits for its own second
+  EXPECT_EQ(End(wifi::ScanStatus::kFailed), std::set<size_t>{});
   Begin();
   EXPECT_EQ(queue.Since(), first);
-  EXPECT_EQ(End(), std::set<size_t>{0});
+  EXPECT_EQ(End(), (std::set<size_t>{0, 1}));
+  for (const auto& request : requests) EXPECT_EQ(request->status, wifi::ScanStatus::kFailed);
 }
 
 }  // namespace

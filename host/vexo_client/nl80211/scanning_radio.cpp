@@ -143,7 +143,8 @@ void ScanningRadio::Serve() {
   pollfd ready[] = {
       {wake.Get(), POLLIN, 0}, {events ? events->Descriptor() : -1, POLLIN, 0}, {ranging.Descriptor(), POLLIN, 0}};
   auto deadline = ranging.Due();
-  if (state != State::kIdle) deadline = deadline ? std::min(*deadline, due) : due;
+  if (state == State::kIdle && queue.IsWaiting()) due = Clock::now();  // the last one was refused: on with the next
+  if (state != State::kIdle || queue.IsWaiting()) deadline = deadline ? std::min(*deadline, due) : due;
   if (poll(ready, std::size(ready), fenk::PollTimeout(deadline)) < 0 && errno != EINTR) {
     zv_loc_fw::log_error(kTag, "%s: cannot wait for the radio: %s\n", name.c_str(), strerrordesc_np(errno));
   }
@@ -169,7 +170,7 @@ bool ScanningRadio::TakeWanted() {
   Interface radio;
   const ScanStatus status = LookUpRadio(radio);
   for (Wanted& wanted : taken) Take(std::move(wanted), status, radio);
-  for (RangingRequest& wanted : takenRanging) Take(std::move(wanted), status, radio);
+  if (!takenRanging.empty()) Take(std::move(takenRanging), status, radio);
   return true;
 }
 
@@ -193,23 +194,27 @@ void ScanningRadio::Take(Wanted wanted, ScanStatus status, const Interface& radi
   } catch (const std::bad_alloc&) {
     status = ScanStatus::kFailed;
   }
-  report({&wanted.request, 1}, status, {});
+  wanted.request->status = status;
+  report({&wanted.request, 1}, {});
 }
 
-void ScanningRadio::Take(RangingRequest wanted, ScanStatus status, const Interface& radio) {
-  try {
-    if (status == ScanStatus::kOk && !radio.ftm) status = ScanStatus::kUnsupported;
-    if (status == ScanStatus::kOk) {
-      std::vector<Bss> known;
-      // Without it only peers whose channel is given are measured.
-      (void)ReadScanResults(*commands, radio.index, Clock::time_point::min(), known);
-      ranging.Add(wanted, *radio.ftm, known);
-      return;
+void ScanningRadio::Take(std::vector<RangingRequest> wanted, ScanStatus status, const Interface& radio) {
+  if (status == ScanStatus::kOk && !radio.ftm) status = ScanStatus::kUnsupported;
+  std::vector<Bss> known;
+  // Without it only peers whose channel is given are measured.
+  if (status == ScanStatus::kOk) (void)ReadScanResults(*commands, radio.index, Clock::time_point::min(), known);
+  for (RangingRequest& request : wanted) {
+    ScanStatus refusal = status;
+    try {
+      if (refusal == ScanStatus::kOk) {
+        ranging.Add(request, *radio.ftm, known);
+        continue;
+      }
+    } catch (const std::bad_alloc&) {
+      refusal = ScanStatus::kFailed;
     }
-  } catch (const std::bad_alloc&) {
-    status = ScanStatus::kFailed;
+    rangingReport(std::move(request.done), refusal, {});
   }
-  rangingReport(std::move(wanted.done), status, {});
 }
 
 bool ScanningRadio::OpenNetlink() {
@@ -227,10 +232,9 @@ bool ScanningRadio::OpenNetlink() {
 
 // Begins the scan that has waited longest.
 void ScanningRadio::Begin() {
-  while (state == State::kIdle && queue.Begin(begun = Clock::now()) != nullptr) {
-    retries = 0;
-    Trigger();
-  }
+  if (queue.Begin(begun = Clock::now()) == nullptr) return;
+  retries = 0;
+  Trigger();
 }
 
 // Asks for the current scan.
@@ -353,8 +357,8 @@ void ScanningRadio::Finish() {
 
 void ScanningRadio::End(ScanStatus status, std::vector<Bss> found) {
   state = State::kIdle;
-  const auto served = queue.End();
-  if (!served.empty()) report(served, status, std::move(found));
+  const auto served = queue.End(status);
+  if (!served.empty()) report(served, std::move(found));
 }
 
 Radio* vexo_open_radio(const char* name, const RadioReports* reports) try {

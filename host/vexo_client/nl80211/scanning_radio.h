@@ -51,7 +51,7 @@ class ScanningRadio final : public Radio {
   bool TakeWanted() KESD_EXCLUDES(mutex);
   wifi::ScanStatus LookUpRadio(Interface& found);
   void Take(Wanted wanted, wifi::ScanStatus status, const Interface& radio);
-  void Take(RangingRequest wanted, wifi::ScanStatus status, const Interface& radio);
+  void Take(std::vector<RangingRequest> wanted, wifi::ScanStatus status, const Interface& radio);
   bool OpenNetlink();
 
   void Begin();
