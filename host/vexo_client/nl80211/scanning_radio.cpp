@@ -14,7 +14,6 @@
 
 #include "host/fenksocket/poll_timeout.h"
 #include "host/vexo_client/nl80211/scan_results.h"
-#include "host/wifi/channels.h"
 #include "platform/log.h"
 
 namespace vexo_host::nl80211 {
@@ -26,10 +25,9 @@ using wifi::ScanStatus;
 
 constexpr char kTag[] = "vexo_client";
 
-// A passive scan of all channels of the 2.4 and 5 GHz bands takes about 5 s, and one with 6 GHz twice that; an end
-// event can get lost.
-constexpr seconds kScanTime{10};
-constexpr seconds kScanTime6GHz{20};
+// An end event can get lost. Radios listen passively to a channel for about 110 ms, and may go home in between.
+constexpr seconds kScanTime{3};
+constexpr milliseconds kScanTimeOfAChannel{300};
 constexpr seconds kAbortTime{2};
 // Somebody else's scan ends with an event, which can get lost too. Nobody scans for longer than this in one go.
 constexpr seconds kOthersTime{3};
@@ -41,10 +39,6 @@ constexpr int kPauseWithoutMemoryMs = 100;
 // Before its timeout a ranging request is answered, so that what was measured arrives in time; at most a tenth of it.
 constexpr milliseconds kReportTime{100};
 constexpr milliseconds kClockSlack{20};  // of the time at which the driver says that it received a frame
-
-bool Includes6GHz(const ScanPlan& plan) {
-  return !plan.frequenciesMhz.empty() && wifi::Is6GHz(*plan.frequenciesMhz.rbegin());
-}
 
 Message TriggerMessage(const Netlink& netlink, uint32_t interface, const ScanPlan& plan) {
   Message message = netlink.New(NL80211_CMD_TRIGGER_SCAN);
@@ -261,7 +255,7 @@ void ScanningRadio::Trigger() {
     End(status);
   } else {
     state = State::kScanning;
-    due = now + (Includes6GHz(plan) ? kScanTime6GHz : kScanTime);
+    due = now + kScanTime + kScanTimeOfAChannel * plan.frequenciesMhz.size();
     TakeEvents(true);
   }
 }
