@@ -32,7 +32,6 @@ const nla_policy* MessagePolicy() {
       made[static_cast<size_t>(type)] = PolicyOf(NLA_U32);
     }
     made[NL80211_ATTR_MAX_NUM_SCAN_SSIDS] = PolicyOf(NLA_U8);
-    made[NL80211_ATTR_COOKIE] = PolicyOf(NLA_U64);
     for (const int nest : {NL80211_ATTR_BSS, NL80211_ATTR_WIPHY_BANDS, NL80211_ATTR_PEER_MEASUREMENTS}) {
       made[static_cast<size_t>(nest)] = PolicyOf(NLA_NESTED);
     }
@@ -85,12 +84,10 @@ struct Netlink::Answer {
     std::array<nlattr*, NLMSGERR_ATTR_MAX + 1> attributes{};
     std::array<nla_policy, NLMSGERR_ATTR_MAX + 1> policy{};
     policy[NLMSGERR_ATTR_MSG] = PolicyOf(NLA_NUL_STRING);
-    policy[NLMSGERR_ATTR_COOKIE] = PolicyOf(NLA_U64);
     auto* const head = reinterpret_cast<nlattr*>(static_cast<char*>(nlmsg_data(&header)) + skipped);
     if (nla_parse(attributes.data(), NLMSGERR_ATTR_MAX, head, static_cast<int>(length - skipped), policy.data()) != 0) {
       return;
     }
-    if (attributes[NLMSGERR_ATTR_COOKIE] != nullptr) netlink.cookie = nla_get_u64(attributes[NLMSGERR_ATTR_COOKIE]);
     if (attributes[NLMSGERR_ATTR_MSG] == nullptr) return;
     try {
       netlink.explanation = nla_get_string(attributes[NLMSGERR_ATTR_MSG]);
@@ -195,7 +192,6 @@ int Netlink::ReceiveInto(Answer& answer) {
 
 int Netlink::Ask(Message message, const Handler& handler) {
   explanation.clear();
-  cookie = 0;
   const bool isDump = (nlmsg_hdr(message.get())->nlmsg_flags & NLM_F_DUMP) == NLM_F_DUMP;
   if (!isDump) nlmsg_hdr(message.get())->nlmsg_flags |= NLM_F_ACK;
   if (const int sent = nl_send_auto(socket.get(), message.get()); sent < 0) return ErrnoOf(sent);

@@ -50,7 +50,6 @@ class Netlink {
   int Receive(const Handler& handler);
 
   const std::string& Explanation() const { return explanation; }
-  uint64_t Cookie() const { return cookie; }  // of the last Ask's acknowledgement; 0 when it had none
   int Descriptor() const { return nl_socket_get_fd(socket.get()); }
 
  private:
@@ -64,7 +63,6 @@ class Netlink {
   std::unique_ptr<nl_sock, FreeSocket> socket;
   int family = 0;
   std::string explanation;
-  uint64_t cookie = 0;
 };
 
 }  // namespace vexo_host::nl80211
