@@ -308,6 +308,13 @@ TEST(ScanWithout, ARadioOrTheRightToUseItIsRefused) {
                             {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
   EXPECT_NE(testing_process::Run(unprivileged.Kesctl({"scan"})).err.find("status 11"), std::string::npos);
   EXPECT_EQ(testing_process::Run(unprivileged.Kesctl({"scan", "--mode", "cache"})).exitCode, 0);
+  // The one capability is enough.
+  const Daemon enabled(
+      "nl80211:wlan0", {},
+      {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--bounding-set=-all,+net_admin",
+       "--inh-caps=-all,+net_admin", "--ambient-caps=-all,+net_admin"});
+  const Outcome outcome = testing_process::Run(enabled.Kesctl({"scan", "--channel", "1"}));
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
 }
 
 }  // namespace
