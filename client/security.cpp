@@ -18,6 +18,8 @@ constexpr Oui kOuiWpa{0x00, 0x50, 0xF2};
 constexpr Oui kOuiWfa{0x50, 0x6F, 0x9A};
 constexpr uint8_t kVendorTypeWpa = 1;
 constexpr uint8_t kVendorTypeOweTransition = 28;
+constexpr uint8_t kVendorTypeRsnOverride = 41;
+constexpr uint8_t kVendorTypeRsnOverride2 = 42;
 
 constexpr std::size_t kSuiteOctets = 4;
 constexpr uint32_t kAkm8021X = 1;
@@ -83,16 +85,22 @@ std::optional<KeyManagement> ReadBody(std::span<const uint8_t> rest, const Oui& 
 
 // Adds what an RSN element offers (Table 9-151 and its amendments).
 void AddRsn(const KeyManagement& rsn, Security& security) {
-  security.personal.wpa2 = rsn.HasAny({2, 4, 6, 19, 20});
-  security.personal.wpa3 = rsn.HasAny({8, 9, 24, 25});
+  security.personal.wpa2 |= rsn.HasAny({2, 4, 6, 19, 20});
+  security.personal.wpa3 |= rsn.HasAny({8, 9, 24, 25});
   // Enterprise with SHA-256 is the third generation once frames must be protected, or beside the older suites.
   const bool older = rsn.HasAny({1, 3});
   const bool sha256 = rsn.HasAny({5});
   const bool newer = rsn.HasAny({11, 12, 13, 22, 23});
-  security.enterprise.wpa2 = older || (sha256 && !rsn.mfpRequired);
-  security.enterprise.wpa3 = newer || (sha256 && (rsn.mfpRequired || older));
-  security.fils = rsn.HasAny({14, 15, 16, 17});
-  security.owe = rsn.HasAny({18});
+  security.enterprise.wpa2 |= older || (sha256 && !rsn.mfpRequired);
+  security.enterprise.wpa3 |= newer || (sha256 && (rsn.mfpRequired || older));
+  security.fils |= rsn.HasAny({14, 15, 16, 17});
+  security.owe |= rsn.HasAny({18});
+}
+
+// Such an element has the body of an RSN element, for stations that know it: the RSN element beside it stays as
+// stations of before WPA3 expect it.
+bool IsRsnOverride(const wifi::Element& element) {
+  return IsVendor(element, kOuiWfa, kVendorTypeRsnOverride) || IsVendor(element, kOuiWfa, kVendorTypeRsnOverride2);
 }
 
 }  // namespace
@@ -102,13 +110,16 @@ Security SecurityOf(std::span<const uint8_t> elements, uint16_t capability, bool
   if (elements.empty()) return security;
 
   bool hasRsn = false;
+  bool hasOverride = false;
   bool hasWpa = false;
   bool damaged = false;
   wifi::ElementReader reader(elements);
   while (const std::optional<wifi::Element> element = reader.Next()) {
-    if (element->id == wifi::kElementRsn && !hasRsn) {
-      hasRsn = true;
-      const std::optional<KeyManagement> rsn = ReadBody(element->payload, kOuiIeee);
+    const bool isOverride = IsRsnOverride(*element);
+    if ((element->id == wifi::kElementRsn && !hasRsn) || isOverride) {
+      hasRsn |= !isOverride;
+      hasOverride |= isOverride;
+      const std::optional<KeyManagement> rsn = ReadBody(element->payload.subspan(isOverride ? 4 : 0), kOuiIeee);
       if (rsn) AddRsn(*rsn, security);
       damaged |= !rsn;
     } else if (IsVendor(*element, kOuiWpa, kVendorTypeWpa) && !hasWpa) {
@@ -123,7 +134,7 @@ Security SecurityOf(std::span<const uint8_t> elements, uint16_t capability, bool
   }
   complete = complete && reader.Rest().empty();
 
-  if (hasRsn || hasWpa) {
+  if (hasRsn || hasOverride || hasWpa) {
     const bool known = security.personal.Any() || security.enterprise.Any() || security.fils || security.owe;
     if (damaged || !known) return Security{};
     security.base = Security::Base::kProtected;

@@ -1,5 +1,5 @@
 // How a network protects itself, as its beacon says (IEEE Std 802.11-2020, 9.4.1.4 and 9.4.2.24; the vendor elements
-// of WPA and of OWE transition mode).
+// of WPA, of OWE transition mode and of RSN overriding).
 #ifndef KESD_CLIENT_SECURITY_H_
 #define KESD_CLIENT_SECURITY_H_
 

@@ -34,6 +34,11 @@ Bytes Rsn(const Bytes& suites, uint8_t capabilities = 0) {
   return Bytes{48, static_cast<uint8_t>(body.size())} + body;
 }
 
+// The same as an RSN override element of this type.
+Bytes RsnOverride(uint8_t type, const Bytes& rsn) {
+  return Bytes{221, static_cast<uint8_t>(rsn[1] + 4), 0x50, 0x6F, 0x9A, type} + Bytes(rsn.begin() + 2, rsn.end());
+}
+
 constexpr uint8_t kMfpRequired = 0x40;
 constexpr uint8_t kMfpCapable = 0x80;
 
@@ -67,6 +72,10 @@ const SecurityCase kCases[] = {
     {"WPA", kPrivate, kSsid + kWpaPsk, "WPA-Personal"},
     {"WPA with a server", kPrivate, kSsid + kWpa8021X, "WPA-Enterprise"},
     {"WPA and RSN", kPrivate, Rsn({2}) + kWpaPsk, "WPA/WPA2-Personal"},
+    {"SAE for those that know of it", kPrivate, Rsn({2}) + RsnOverride(41, Rsn({8}, kMfpRequired)),
+     "WPA2/WPA3-Personal"},
+    {"the second override", kPrivate, RsnOverride(42, Rsn({24})) + Rsn({2}), "WPA2/WPA3-Personal"},
+    {"damaged override", kPrivate, Rsn({2}) + RsnOverride(41, Bytes{48, 3, 1, 0, 0}), "?"},
     {"three generations", kPrivate, kWpaPsk + Rsn({2, 8}), "WPA/WPA2/WPA3-Personal"},
     {"RSN that ends after the version has the defaults", kPrivate, {48, 2, 1, 0}, "WPA2-Enterprise"},
     {"RSN that ends after the group cipher", kPrivate, {48, 6, 1, 0, 0, 0x0F, 0xAC, 4}, "WPA2-Enterprise"},
