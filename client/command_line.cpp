@@ -89,6 +89,9 @@ void AddScan(CLI::App& app, ScanOptions& options) {
   AddTimeout(*scan, request.timeoutMs, wifi::kDefaultTimeoutMs);
   scan->add_flag("--json", options.json, "Print one JSON object instead of a table");
   scan->add_flag("--elements", options.elements, "List the information elements below each access point");
+  AddValue(
+      *scan, "--pcap", "FILE", ReadCapturePath, [&](std::string value) { options.pcapPath = std::move(value); },
+      "Also write what was received into this file, as a capture (pcap, radiotap)");
   scan->footer(Footer(kScanExamples));
 }
 

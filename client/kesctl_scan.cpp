@@ -1,19 +1,35 @@
 #include "client/kesctl_scan.h"
 
+#include "client/replace_file.h"
 #include "client/result_json.h"
+#include "client/scan_capture.h"
 #include "client/scan_table.h"
 #include "client/session.h"
 
 namespace kesctl {
+namespace {
+
+// False, once said, when there is a reason why the capture cannot be written.
+bool IsWritable(const std::string& path, const std::optional<std::string>& whyNot) {
+  if (whyNot) {
+    Complain("cannot write the capture " + path + ": " + *whyNot +
+             ".\nName a file in a folder that is there, that you may write, and that has room.");
+  }
+  return !whyNot;
+}
+
+}  // namespace
 
 int RunScan(const ScanOptions& options) {
+  const std::optional<std::string>& pcap = options.pcapPath;
+  if (pcap && !IsWritable(*pcap, WhyNotReplaceable(*pcap))) return kExitRefused;
   Session session(options.socketPath, "Scanning,", options.request.timeoutMs);
-  if (const auto result = session.Ask(&kes::Client::StartDiscovery, options.request)) {
-    const TableStyle style{WantsColour(), options.elements};
-    session.Show(options.json ? ScanJson(*result) : ScanTable(*result, style), result->status,
-                 WordsFor(result->status));
-  }
-  return session.ExitCode();
+  const auto result = session.Ask(&kes::Client::StartDiscovery, options.request);
+  if (!result) return session.ExitCode();
+  const bool isKept = !pcap || IsWritable(*pcap, ReplaceFile(*pcap, ScanCapture(*result)));
+  const TableStyle style{WantsColour(), options.elements};
+  session.Show(options.json ? ScanJson(*result) : ScanTable(*result, style), result->status, WordsFor(result->status));
+  return isKept ? session.ExitCode() : kExitRefused;
 }
 
 }  // namespace kesctl

@@ -2,6 +2,7 @@
 #ifndef KESD_CLIENT_KESCTL_SCAN_H_
 #define KESD_CLIENT_KESCTL_SCAN_H_
 
+#include <optional>
 #include <string>
 
 #include "client/discovery_request.h"
@@ -13,6 +14,7 @@ struct ScanOptions {
   kes::DiscoveryRequest request;
   bool json = false;
   bool elements = false;  // of the table; JSON always has them
+  std::optional<std::string> pcapPath;
 };
 
 // Returns the exit code.

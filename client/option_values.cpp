@@ -79,6 +79,11 @@ Value<uint32_t> ReadTimeout(const std::string& text) { return ReadMilliseconds(t
 
 Value<uint32_t> ReadMaxAge(const std::string& text) { return ReadMilliseconds(text); }
 
+Value<std::string> ReadCapturePath(const std::string& text) {
+  if (!text.empty() && text != "-") return text;
+  return BadValue{"'" + text + "' is not the name of a file, which a capture needs"};
+}
+
 Value<kes::RangingNode> ReadPeer(const std::string& text) {
   const std::size_t at = text.find('@');
   kes::RangingNode node;

@@ -31,8 +31,9 @@ Value<wifi::Band> ReadBand(const std::string& text);            // 2.4, 5, all
 Value<uint32_t> ReadChannel(const std::string& text);           // a channel number, or a centre frequency in MHz
 Value<std::vector<uint8_t>> ReadSsid(const std::string& text);  // 1 to 32 octets
 Value<kes::MacAddress> ReadBssid(const std::string& text);
-Value<uint32_t> ReadTimeout(const std::string& text);  // ms, 1 to kMaxMilliseconds
-Value<uint32_t> ReadMaxAge(const std::string& text);   // ms, 1 to kMaxMilliseconds
+Value<uint32_t> ReadTimeout(const std::string& text);         // ms, 1 to kMaxMilliseconds
+Value<uint32_t> ReadMaxAge(const std::string& text);          // ms, 1 to kMaxMilliseconds
+Value<std::string> ReadCapturePath(const std::string& text);  // of a file; "-" is none
 
 // Of ranging.
 Value<kes::RangingNode> ReadPeer(const std::string& text);  // MAC, or MAC@FREQ with a channel's centre in MHz

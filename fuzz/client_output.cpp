@@ -5,6 +5,7 @@
 
 #include "client/range_table.h"
 #include "client/result_json.h"
+#include "client/scan_capture.h"
 #include "client/scan_table.h"
 #include "client/test_records.h"
 #include "client/text.h"
@@ -146,6 +147,8 @@ void CheckScan(const kes::DiscoveryResult& result, std::size_t bytes) {
     octets += m.elements.size();
   }
   Require(octets <= bytes, "no more octets of elements than were delivered");
+  const std::size_t headers = 24 + result.measurements.size() * (16 + 13 + 36);
+  Require(kesctl::ScanCapture(result).size() <= headers + octets, "a capture of what was delivered");
   CheckTable(kesctl::ScanTable(result, {.elements = true}), lines, false);
 }
 

@@ -29,6 +29,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   };
   const auto any = [](const auto&) { return true; };
   Try(kesctl::ReadSocketPath(text), [&](const std::string& path) { return path == text && text.size() < 108; });
+  Try(kesctl::ReadCapturePath(text), [&](const std::string& path) { return path == text && !text.empty(); });
   Try(kesctl::ReadMode(text), any);
   Try(kesctl::ReadBand(text), any);
   Try(kesctl::ReadChannel(text), isNumber(1, 7115));

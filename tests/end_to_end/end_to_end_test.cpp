@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -12,6 +13,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "client/client.h"
@@ -20,6 +22,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 using kes::Client;
 using kes::DiscoveryRequest;
 using testing_process::Daemon;
@@ -187,7 +190,59 @@ std::set<Row> RowsOfScan(const std::string& json) {
   return rows;
 }
 
+// What a result says of the air, but for when; the signal in whole dBm, as captures have it.
+using Heard = std::tuple<kes::MacAddress, bool, std::vector<uint8_t>, uint32_t, double, uint64_t, uint16_t, uint16_t,
+                         std::vector<uint8_t>>;
+
+std::multiset<Heard> HeardIn(const Daemon& daemon, const DiscoveryRequest& request) {
+  std::multiset<Heard> all;
+  auto client = daemon.Connect();
+  if (!client) return all;
+  const auto result = Scan(*client, request);
+  if (!result) return all;
+  for (const kes::Measurement& m : result->measurements) {
+    all.emplace(m.bssid, m.ssidValid, m.ssid, m.values.frequencyMhz, std::round(m.values.signalMbm / 100.0),
+                m.values.timestampUs, m.values.beaconIntervalTu, m.values.capability, m.elements);
+  }
+  return all;
+}
+
+// Scans with kesctl, which also writes the capture `written`. A daemon that measures it hears the same.
+Outcome ScanAndReadBack(const Daemon& daemon, const std::string& written, const std::string& ssid = "") {
+  std::vector<std::string> command = daemon.Kesctl({"scan", "--json", "--pcap", written});
+  DiscoveryRequest cached;  // the same scan's result, with its time stamps
+  cached.mode = wifi::RequestMode::kCacheOnly;
+  if (!ssid.empty()) {
+    command.insert(command.end(), {"--ssid", ssid});
+    cached.ssids.emplace_back(ssid.begin(), ssid.end());
+  }
+  Outcome outcome = testing_process::Run(command);
+  Daemon again("capture:" + written);
+  EXPECT_EQ(HeardIn(again, {}), HeardIn(daemon, cached));
+  EXPECT_EQ(again.Stop().exitCode, 0);
+  return outcome;
+}
+
+TEST(EndToEnd, WritesWhatTheSceneSendsAsACapture) {
+  const testing_process::TemporaryDirectory directory;
+  const std::string written = directory.path / "written.pcap";
+  const auto begin = std::chrono::system_clock::now();
+  Daemon daemon("scene:aps=300,delay=0");
+  for (const auto& [ssid, frame] : {std::pair("", 0x80), std::pair("backoffice", 0x50)}) {  // beacon, probe response
+    EXPECT_EQ(ScanAndReadBack(daemon, written, ssid).exitCode, 0);
+    std::ifstream file(written, std::ios::binary);
+    uint32_t second = 0;
+    ASSERT_TRUE(file.seekg(24).read(reinterpret_cast<char*>(&second), sizeof second));
+    const std::chrono::system_clock::time_point taken{std::chrono::seconds(second)};
+    EXPECT_GT(taken, begin - 2s);
+    EXPECT_LE(taken, std::chrono::system_clock::now());
+    EXPECT_EQ(file.seekg(24 + 16 + 13).get(), frame);
+  }
+  EXPECT_EQ(daemon.Stop().exitCode, 0);
+}
+
 TEST(EndToEnd, ListsTheAccessPointsOfRealCaptures) {
+  const testing_process::TemporaryDirectory directory;
   // The project's own, of the access points in tests/kernel, and others where there are some.
   const char* more = std::getenv("KESD_CAPTURES");
   std::vector<fs::directory_entry> entries(fs::directory_iterator(KESD_SOURCE_DIR "/tests/captures"), {});
@@ -199,7 +254,7 @@ TEST(EndToEnd, ListsTheAccessPointsOfRealCaptures) {
     const fs::path capture = fs::path(entry.path()).replace_extension();
     SCOPED_TRACE(capture.filename());
     Daemon daemon("capture:" + capture.string());
-    const Outcome outcome = testing_process::Run(daemon.Kesctl({"scan", "--json"}));
+    const Outcome outcome = ScanAndReadBack(daemon, directory.path / "written.pcap");
     EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
     EXPECT_EQ(RowsOfScan(outcome.out), RowsOfList(entry.path()));
     EXPECT_EQ(daemon.Stop().exitCode, 0);
