@@ -57,6 +57,7 @@ Result<DiscoveryResult> DecodeDiscoveryResult(const DiscoveryResultBuffers& buff
   DiscoveryResult result;
   const DiscoveryResultHeader header = Records<DiscoveryResultHeader>(buffers.header).At(0);
   result.status = static_cast<wifi::ScanStatus>(header.scanStatus);
+  result.source = static_cast<wifi::SourceKind>(header.opaque32);
   result.measurements.reserve(records.Count());
   std::size_t budget = buffers.bytes.size();
   for (std::size_t i = 0; i < records.Count(); ++i) {

@@ -27,8 +27,9 @@ struct Measurement {
 };
 
 struct DiscoveryResult {
-  wifi::ScanStatus status = wifi::ScanStatus::kOk;  // may hold a number that has no name
-  std::vector<Measurement> measurements;            // in the order of delivery
+  wifi::ScanStatus status = wifi::ScanStatus::kOk;       // may hold a number that has no name
+  wifi::SourceKind source = wifi::SourceKind::kUnknown;  // so may this
+  std::vector<Measurement> measurements;                 // in the order of delivery
 };
 
 // The buffers of a result invocation, in slot order.

@@ -49,7 +49,9 @@ TEST(KesctlScan, PrintsATableWithTheStrongestFirst) {
 }
 
 TEST(KesctlScan, PrintsOneJsonObjectThatHoldsEverything) {
-  StandInDaemon daemon(Answer::kEarlyResult, Neighbourhood());
+  TestResult result = Neighbourhood();
+  result.header.opaque32 = 17;
+  StandInDaemon daemon(Answer::kEarlyResult, result);
   const Outcome outcome = RunKesctl(ScanAt(daemon, {"--json"}));
   EXPECT_EQ(outcome.exitCode, 0);
   EXPECT_EQ(outcome.err, "");
@@ -68,8 +70,9 @@ TEST(KesctlScan, PrintsOneJsonObjectThatHoldsEverything) {
                                    {"security", "WEP"},
                                    {"phy", "b"},
                                    {"elements", {{{"id", 0}, {"hex", "6661696e74"}}, {{"id", 1}, {"hex", "82"}}}}};
-  ASSERT_EQ(json.size(), 2u) << outcome.out;
+  ASSERT_EQ(json.size(), 3u) << outcome.out;
   EXPECT_EQ(json["scan_status"], 0);
+  EXPECT_EQ(json["source"], "17");  // of a library that knows more kinds
   ASSERT_EQ(json["measurements"].size(), 4u);
   EXPECT_EQ(json["measurements"][0], expected);
   EXPECT_EQ(json["measurements"][1]["ssid"], kInjection);

@@ -69,18 +69,23 @@ Json ToJson(const kes::RangingMeasurement& measurement) {
 }
 
 template <typename ScanResult>
-std::string ResultJson(const ScanResult& result) {
-  Json measurements = Json::array();
+std::string ResultJson(Json json, const ScanResult& result) {
+  Json& measurements = json["measurements"] = Json::array();
   for (const auto& measurement : result.measurements) measurements.push_back(ToJson(measurement));
-  const Json json{{"scan_status", static_cast<uint32_t>(result.status)}, {"measurements", std::move(measurements)}};
   constexpr bool kEnsureAscii = true;
   return json.dump(-1, ' ', kEnsureAscii) + '\n';
 }
 
+Json StatusValue(wifi::ScanStatus status) { return static_cast<uint32_t>(status); }
+
 }  // namespace
 
-std::string ScanJson(const kes::DiscoveryResult& result) { return ResultJson(result); }
+std::string ScanJson(const kes::DiscoveryResult& result) {
+  return ResultJson({{"scan_status", StatusValue(result.status)}, {"source", SourceName(result.source)}}, result);
+}
 
-std::string RangeJson(const kes::RangingResult& result) { return ResultJson(result); }
+std::string RangeJson(const kes::RangingResult& result) {
+  return ResultJson({{"scan_status", StatusValue(result.status)}}, result);
+}
 
 }  // namespace kesctl

@@ -10,7 +10,8 @@
 namespace kesctl {
 
 // Whatever an SSID holds beside ASCII is written as \u escapes.
-//   {"scan_status": N, "measurements": [M...]}, in the order of delivery, where each M has
+//   {"scan_status": N, "source": S, "measurements": [M...]}, in the order of delivery, where S is what the daemon
+//   measures with: "scene", "capture", "radio", "unknown" or the digits of a number without a name; and each M has
 //   "bssid": "aa:bb:cc:dd:ee:ff"
 //   "ssid": text, or null when it is not UTF-8 or the network hides it
 //   "ssid_hex": its octets; "ssid_valid": whether the measurement has an SSID, perhaps an empty one

@@ -84,6 +84,20 @@ StatusWords RangingWordsFor(wifi::ScanStatus status) {
   }
 }
 
+std::string SourceName(wifi::SourceKind source) {
+  switch (source) {
+    case wifi::SourceKind::kUnknown:
+      return "unknown";
+    case wifi::SourceKind::kScene:
+      return "scene";
+    case wifi::SourceKind::kCapture:
+      return "capture";
+    case wifi::SourceKind::kRadio:
+      return "radio";
+  }
+  return std::to_string(static_cast<uint32_t>(source));
+}
+
 std::string RangingStatusName(wifi::RangingStatus status) {
   switch (status) {
     case wifi::RangingStatus::kSuccess:

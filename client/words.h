@@ -26,6 +26,9 @@ struct StatusWords {
 StatusWords WordsFor(wifi::ScanStatus status);         // of a discovery scan
 StatusWords RangingWordsFor(wifi::ScanStatus status);  // of a ranging request
 
+// "scene", "capture", "radio", "unknown"; the number when it has no name.
+std::string SourceName(wifi::SourceKind source);
+
 // How the ranging of one peer ended, in kebab case: "success", "no-response"; "unknown(N)" when the number has no name.
 std::string RangingStatusName(wifi::RangingStatus status);
 

@@ -17,6 +17,7 @@ class CaptureSource final : public MeasurementSource {
  public:
   CaptureSource(std::string somePath, Scheduler& someScheduler) : path(std::move(somePath)), scheduler(someScheduler) {}
 
+  wifi::SourceKind Kind() const noexcept override { return wifi::SourceKind::kCapture; }
   bool StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override KESD_EXCLUDES(mutex);
   bool StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept override;
 

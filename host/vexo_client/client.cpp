@@ -170,7 +170,7 @@ void Client::ReportCached(Discovery& discovery, ScanStatus status) noexcept {
 
 void Client::Report(Discovery& discovery, ScanStatus status, BssList candidates) noexcept {
   {
-    DiscoveryResponse response(discovery.id, status);
+    DiscoveryResponse response(discovery.id, status, source->Kind());
     try {
       response.Fill(std::move(candidates), discovery.query.filters);
     } catch (const std::bad_alloc&) {

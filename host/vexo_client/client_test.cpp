@@ -76,7 +76,7 @@ TEST_F(ClientTest, ReportsWhatTheSourceFoundOnceFiltered) {
   EXPECT_EQ(report.id, 42u);
   EXPECT_EQ(report.type, zv_loc_fw::RESPONSE_TYPE_DISCOVERY_SCAN);
   EXPECT_EQ(report.status, ScanStatus::kOk);
-  EXPECT_EQ(report.considered, 4u);
+  EXPECT_EQ(report.source, wifi::SourceKind::kRadio);
   EXPECT_NE(report.madeAtUs, 0u);
   ASSERT_EQ(report.heard.size(), 3u);
   EXPECT_EQ(report.heard[0].bssid, 1u);

@@ -8,8 +8,10 @@
 
 namespace vexo_host {
 
-DiscoveryResponse::DiscoveryResponse(unsigned int id, wifi::ScanStatus status) : VEXODiscoveryScanResponse(id) {
+DiscoveryResponse::DiscoveryResponse(unsigned int id, wifi::ScanStatus status, wifi::SourceKind source)
+    : VEXODiscoveryScanResponse(id) {
   scanStatus = static_cast<uint32_t>(status);
+  opaque32 = static_cast<uint32_t>(source);
   opaque64 = BootTimeUs();
 }
 
@@ -22,8 +24,7 @@ void DiscoveryResponse::Fill(BssList list, const DiscoveryFilters& filters) {
     if (filters.Admits(*bss)) pointers.push_back(&bss->measurement);
   }
   Lend(pointers.data(), pointers.size(), measurements);
-  opaque32 = static_cast<uint32_t>(list->size());
-  considered = std::move(list);
+  measured = std::move(list);
 }
 
 }  // namespace vexo_host

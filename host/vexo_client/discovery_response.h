@@ -14,14 +14,14 @@ namespace vexo_host {
 // One full-beacon measurement for each BSS. They are those of the BSSs themselves, which it keeps meanwhile.
 class DiscoveryResponse final : public zv_loc_fw::VEXODiscoveryScanResponse {
  public:
-  DiscoveryResponse(unsigned int id, wifi::ScanStatus status);
+  DiscoveryResponse(unsigned int id, wifi::ScanStatus status, wifi::SourceKind source);
   ~DiscoveryResponse() override;
 
   // Adds the measurements of `list` that `filters` admit, once. Throws std::bad_alloc; then there are none.
   void Fill(BssList list, const DiscoveryFilters& filters);
 
  private:
-  BssList considered;
+  BssList measured;
   std::vector<zv_loc_fw::VEXOScanMeasurement*> pointers;
 };
 

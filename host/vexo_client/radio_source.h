@@ -20,6 +20,7 @@ class RadioSource final : public MeasurementSource {
   // that fails. Call it once, first. Throws std::bad_alloc.
   bool Open(const std::string& interface, std::string& error);
 
+  wifi::SourceKind Kind() const noexcept override { return wifi::SourceKind::kRadio; }
   bool StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override {
     return radio->StartScan(std::move(query), std::move(done));
   }

@@ -25,6 +25,9 @@ class MeasurementSource {
  public:
   virtual ~MeasurementSource() = default;
 
+  // What clients are told of it.
+  virtual wifi::SourceKind Kind() const noexcept = 0;
+
   // Listens on the channels that `query` admits at least. What else it hears it may report: the caller filters.
   [[nodiscard]] virtual bool StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept = 0;
 

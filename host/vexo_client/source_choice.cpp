@@ -19,6 +19,7 @@ class UnavailableSource final : public MeasurementSource {
  public:
   explicit UnavailableSource(Scheduler& someScheduler) : scheduler(someScheduler) {}
 
+  wifi::SourceKind Kind() const noexcept override { return wifi::SourceKind::kUnknown; }
   bool StartScan(std::shared_ptr<const DiscoveryQuery>, ScanDone done) noexcept override { return Answer(done); }
   bool StartRanging(std::shared_ptr<const RangingQuery>, RangingDone done) noexcept override { return Answer(done); }
 

@@ -4,6 +4,7 @@
 
 #include <future>
 #include <string>
+#include <tuple>
 
 #include "host/vexo_client/test_support.h"
 
@@ -11,15 +12,16 @@ namespace vexo_host {
 namespace {
 
 using wifi::ScanStatus;
+using wifi::SourceKind;
 
-// How the source that `choice` names answers a scan, and how much it found.
-std::pair<ScanStatus, size_t> ScanWith(const std::string& choice) {
+// What the source is that `choice` names, how it answers a scan, and how much it found.
+std::tuple<SourceKind, ScanStatus, size_t> ScanWith(const std::string& choice) {
   Scheduler scheduler;
   EXPECT_TRUE(scheduler.Start());
   const std::unique_ptr<MeasurementSource> source = MakeSource(choice, scheduler);
-  std::promise<std::pair<ScanStatus, size_t>> answer;
+  std::promise<std::tuple<SourceKind, ScanStatus, size_t>> answer;
   EXPECT_TRUE(source->StartScan(std::make_shared<DiscoveryQuery>(), [&](ScanStatus status, const BssList& found) {
-    answer.set_value({status, found == nullptr ? 0 : found->size()});
+    answer.set_value({source->Kind(), status, found == nullptr ? 0 : found->size()});
   }));
   auto future = answer.get_future();
   EXPECT_EQ(future.wait_for(kPatienceOfTests), std::future_status::ready);
@@ -41,7 +43,7 @@ TEST(SourceChoice, NamesAScene) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.choice);
     TakeLog();
-    EXPECT_EQ(ScanWith(c.choice), std::pair(ScanStatus::kOk, c.accessPoints));
+    EXPECT_EQ(ScanWith(c.choice), std::tuple(SourceKind::kScene, ScanStatus::kOk, c.accessPoints));
     for (const std::string& line : TakeLog()) EXPECT_TRUE(line.starts_with("I: ")) << line;
   }
 }
@@ -70,7 +72,7 @@ TEST(SourceChoice, SaysWhatIsWrongAndAnswersAsUnavailable) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.choice);
     TakeLog();
-    EXPECT_EQ(ScanWith(c.choice), std::pair(ScanStatus::kUnavailable, size_t{0}));
+    EXPECT_EQ(ScanWith(c.choice), std::tuple(SourceKind::kUnknown, ScanStatus::kUnavailable, size_t{0}));
     const std::vector<std::string> log = TakeLog();
     ASSERT_EQ(log.size(), 1u);
     EXPECT_TRUE(log[0].starts_with("E: VEXO_SOURCE=\"" + std::string(c.choice) + "\": " + c.complaint)) << log[0];
@@ -79,10 +81,13 @@ TEST(SourceChoice, SaysWhatIsWrongAndAnswersAsUnavailable) {
 }
 
 TEST(SourceChoice, LoadsWhatTheSourceNeedsAndSaysWhatItCannotRead) {
-  const ScanStatus radio = ScanWith("nl80211:no-such-radio").first;  // a kernel without nl80211 cannot tell more
-  EXPECT_TRUE(radio == ScanStatus::kInterfaceGone || radio == ScanStatus::kUnavailable);
+  const auto [kind, status, found] = ScanWith("nl80211:no-such-radio");
+  EXPECT_EQ(kind, SourceKind::kRadio);
+  // A kernel without nl80211 cannot tell more.
+  EXPECT_TRUE(status == ScanStatus::kInterfaceGone || status == ScanStatus::kUnavailable);
   TakeLog();
-  EXPECT_EQ(ScanWith("capture:/nonexistent/file.pcap"), std::pair(ScanStatus::kUnavailable, size_t{0}));
+  EXPECT_EQ(ScanWith("capture:/nonexistent/file.pcap"),
+            std::tuple(SourceKind::kCapture, ScanStatus::kUnavailable, size_t{0}));
   const std::vector<std::string> log = TakeLog();
   ASSERT_EQ(log.size(), 2u);
   EXPECT_TRUE(log[1].starts_with("E: cannot read the capture /nonexistent/file.pcap: ")) << log[1];

@@ -56,7 +56,7 @@ Report Copy(zv_loc_fw::VEXOResponse& response) {
   if (report.type == zv_loc_fw::RESPONSE_TYPE_DISCOVERY_SCAN) {
     const auto& discovery = static_cast<zv_loc_fw::VEXODiscoveryScanResponse&>(response);
     report.status = static_cast<wifi::ScanStatus>(discovery.scanStatus);
-    report.considered = discovery.opaque32;
+    report.source = static_cast<wifi::SourceKind>(discovery.opaque32);
     report.madeAtUs = discovery.opaque64;
     for (uint32_t i = 0; i < discovery.measurements.count; ++i) {
       report.heard.push_back(Copy(*discovery.measurements[i], report.madeAtUs));

@@ -38,7 +38,7 @@ struct Report {
   uint32_t id = 0;
   int32_t type = 0;
   wifi::ScanStatus status{};
-  uint32_t considered = 0;
+  wifi::SourceKind source{};
   uint64_t madeAtUs = 0;
   std::vector<Heard> heard;
   std::vector<Ranged> ranged;
@@ -71,6 +71,7 @@ class RecordingListener final : public zv_loc_fw::VEXOClientListener {
 // Keeps what it is asked for until the test answers. Ranging it never starts.
 class FakeSource final : public MeasurementSource {
  public:
+  wifi::SourceKind Kind() const noexcept override { return wifi::SourceKind::kRadio; }
   bool StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override;
   bool StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept override;
 

@@ -25,6 +25,14 @@ enum class ScanStatus : uint32_t {
   kNotPermitted = 11     // the daemon lacks the capability CAP_NET_ADMIN
 };
 
+// What measures: the 32-bit value of a discovery response that the daemon relays as `opaque32`.
+enum class SourceKind : uint32_t {
+  kUnknown = 0,  // none could be made, or the daemon had no response
+  kScene = 1,    // a neighbourhood that is made up
+  kCapture = 2,  // a file of what was heard before
+  kRadio = 3     // the machine's own
+};
+
 inline constexpr int32_t kSignalUnknown = std::numeric_limits<int32_t>::min();
 
 // The values that every measurement carries beside its BSSID, SSID and elements.

@@ -182,7 +182,7 @@ std::set<Row> RowsOfList(const fs::path& path) {
 std::set<Row> RowsOfScan(const std::string& json) {
   std::set<Row> rows;
   const auto parsed = nlohmann::json::parse(json, nullptr, false);
-  if (!parsed.is_object()) return rows;
+  if (!parsed.is_object() || parsed["source"] != "capture") return rows;
   for (const auto& measurement : parsed["measurements"]) {
     const std::string ssid = measurement["ssid_hex"];
     rows.insert({measurement["bssid"], !measurement["ssid_valid"] ? "absent" : ssid.empty() ? "empty" : ssid});

@@ -21,6 +21,7 @@ class SceneSource final : public MeasurementSource {
   // Throws std::bad_alloc.
   SceneSource(const SceneOptions& someOptions, Scheduler& someScheduler);
 
+  wifi::SourceKind Kind() const noexcept override { return wifi::SourceKind::kScene; }
   bool StartScan(std::shared_ptr<const DiscoveryQuery> query, ScanDone done) noexcept override;
   bool StartRanging(std::shared_ptr<const RangingQuery> query, RangingDone done) noexcept override;
 
