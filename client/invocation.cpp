@@ -18,7 +18,9 @@ Error Disconnected(const fenk::Connection& connection) {
 Error InvocationError(int32_t code, const fenk::Connection& connection) {
   switch (code) {
     case fenk::kErrorDisconnected:
-      return Disconnected(connection);
+      // A peer that says nothing at all loses its connection about when the invocation's own time is over.
+      if (connection.End().kind != fenk::EndKind::kDeadline) return Disconnected(connection);
+      [[fallthrough]];
     case fenk::kErrorTimedOut:
       return {ErrorKind::kTimedOut, "the daemon did not answer in time"};
     case fenk::kErrorLimit:
