@@ -9,62 +9,49 @@
 #include <system_error>
 
 namespace kesctl {
-namespace {
-
-constexpr char kStartAdvice[] = "Is kesd running? Start it with kesd-launch, or name its socket with --socket PATH.";
-
-}  // namespace
 
 void Complain(std::string_view message) {
   std::fprintf(stderr, "kesctl: %.*s\n", static_cast<int>(message.size()), message.data());
 }
 
-int Fail(const kes::Error& error, const std::string& socketPath) {
-  const auto say = [&](const std::string& what, const std::string& advice) {
-    Complain(what + ": " + error.message + ".");
-    std::fprintf(stderr, "%s\n", advice.c_str());
-  };
+Trouble TroubleOf(const kes::Error& error, const std::string& socketPath) {
   switch (error.kind) {
     case kes::ErrorKind::kNoSocket:
     case kes::ErrorKind::kRefused:
-      say("no daemon answers at " + socketPath, kStartAdvice);
-      return kExitNoDaemon;
+      return {kExitNoDaemon, "no daemon answers at " + socketPath, kStartAdvice};
     case kes::ErrorKind::kNotASocket:
-      say("cannot connect to " + socketPath, "Name the daemon's socket with --socket PATH.");
-      return kExitNoDaemon;
+      return {kExitNoDaemon, "cannot connect to " + socketPath, "Name the daemon's socket with --socket PATH."};
     case kes::ErrorKind::kNoPermission:
-      say("cannot connect to " + socketPath, "Run kesctl as a user who may use the socket, or in the socket's group.");
-      return kExitNoDaemon;
+      return {kExitNoDaemon, "cannot connect to " + socketPath,
+              "Run kesctl as a user who may use the socket, or in the socket's group."};
     case kes::ErrorKind::kProtocol:
-      say("cannot talk to the daemon at " + socketPath,
-          "Is it kesd, of the same version as this kesctl? Its log tells why it ended a connection.");
-      return kExitNoDaemon;
+      return {kExitNoDaemon, "cannot talk to the daemon at " + socketPath,
+              "Is it kesd, of the same version as this kesctl? Its log tells why it ended a connection."};
     case kes::ErrorKind::kDisconnected:
-      say("lost the daemon at " + socketPath, "Look into its log, and try again once it runs.");
-      return kExitNoDaemon;
+      return {kExitNoDaemon, "lost the daemon at " + socketPath, "Look into its log, and try again once it runs."};
     case kes::ErrorKind::kSystem:
-      say("cannot connect to " + socketPath, "Try again; if it stays so, look at the limits of this machine.");
-      return kExitNoDaemon;
+      return {kExitNoDaemon, "cannot connect to " + socketPath,
+              "Try again; if it stays so, look at the limits of this machine."};
     case kes::ErrorKind::kTimedOut:
-      say("timed out", "Try again, or give it longer with --timeout MS.");
-      return kExitTimedOut;
+      return {kExitTimedOut, "timed out", "Try again, or give it longer with --timeout MS."};
     case kes::ErrorKind::kRejected:
-      say("refused", "The daemon's log tells why; try a simpler request.");
-      return kExitRefused;
+      return {kExitRefused, "refused", "The daemon's log tells why; try a simpler request."};
     case kes::ErrorKind::kInvalidArgument:
-      say("the request cannot be sent", "Correct it; --help tells what each option takes.");
-      return kExitRefused;
+      return {kExitRefused, "the request cannot be sent", "Correct it; --help tells what each option takes."};
     case kes::ErrorKind::kLimit:
-      say("the request cannot be sent", "Ask for less at once, or try again later.");
-      return kExitRefused;
+      return {kExitRefused, "the request cannot be sent", "Ask for less at once, or try again later."};
     case kes::ErrorKind::kOutOfMemory:
-      say("failed", "Free some memory, and try again.");
-      return kExitRefused;
+      return {kExitRefused, "failed", "Free some memory, and try again."};
     case kes::ErrorKind::kWoken:
       break;
   }
-  say("interrupted", "Try again.");
-  return kExitRefused;
+  return {kExitRefused, "interrupted", "Try again."};
+}
+
+int Fail(const kes::Error& error, const std::string& socketPath) {
+  const Trouble trouble = TroubleOf(error, socketPath);
+  Complain(trouble.what + ": " + error.message + ".\n" + trouble.advice);
+  return trouble.exitCode;
 }
 
 bool PrintResult(std::string_view text) {

@@ -23,6 +23,17 @@ enum ExitCode : int {
 // "kesctl: MESSAGE" as a line on standard error.
 void Complain(std::string_view message);
 
+inline constexpr char kStartAdvice[] =
+    "Is kesd running? Start it with kesd-launch, or name its socket with --socket PATH.";
+
+// What an error comes to for the user.
+struct Trouble {
+  int exitCode;
+  std::string what;    // failed
+  std::string advice;  // what to do next
+};
+Trouble TroubleOf(const kes::Error& error, const std::string& socketPath);
+
 // Says what failed and what to do next; returns the exit code for it. `socketPath` names the daemon.
 int Fail(const kes::Error& error, const std::string& socketPath);
 

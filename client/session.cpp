@@ -10,6 +10,8 @@ constexpr milliseconds kWaitWithoutTimeout{60'000};
 static_assert(kWaitWithoutTimeout > milliseconds(wifi::kDefaultTimeoutMs) + kWaitMargin &&
               kWaitWithoutTimeout > milliseconds(wifi::kDefaultRangingTimeoutMs) + kWaitMargin);
 
+}  // namespace
+
 int ExitCodeOf(wifi::ScanStatus status) {
   switch (status) {
     case wifi::ScanStatus::kOk:
@@ -21,19 +23,18 @@ int ExitCodeOf(wifi::ScanStatus status) {
   }
 }
 
-}  // namespace
-
 Session::Session(std::string path, std::string_view what, int64_t timeoutMs)
     : socketPath(std::move(path)),
       activity(what),
       patience(timeoutMs > 0 ? milliseconds(timeoutMs) + kWaitMargin : kWaitWithoutTimeout) {}
 
-std::optional<kes::Error> Session::Connect() {
-  if (client) return std::nullopt;
-  kes::Result<kes::Client> connected = kes::Client::Connect(socketPath);
-  if (!connected) return connected.GetError();
-  client = std::move(*connected);
-  return std::nullopt;
+kes::Result<kes::Client*> Session::Connect() {
+  if (!client) {
+    kes::Result<kes::Client> connected = kes::Client::Connect(socketPath);
+    if (!connected) return connected.GetError();
+    client = std::move(*connected);
+  }
+  return &*client;
 }
 
 void Session::SayInterrupted() {

@@ -18,6 +18,9 @@
 
 namespace kesctl {
 
+// Of a request that the daemon answered with `status`.
+int ExitCodeOf(wifi::ScanStatus status);
+
 // Asks the daemon, one request after the other over one connection, and shows what it answers.
 class Session {
  public:
@@ -30,18 +33,43 @@ class Session {
   // aborts its request; one that comes together with a result takes effect at the next call.
   template <typename Scan, typename Request>
   auto Ask(kes::Result<Scan> (kes::Client::*start)(const Request&), const Request& request) {
-    using Answer = std::decay_t<decltype(*std::declval<Scan&>().Wait({}, -1))>;
-    if (signal == 0) {
-      std::optional<Interrupts> interrupts(std::in_place);
-      kes::Result<Answer> result = Run<Answer>(start, request, interrupts->WakeDescriptor());
-      interrupts.reset();  // from here on a signal ends the process as usual
-      signal = Interrupts::Caught();
-      if (result) return std::optional<Answer>(std::move(*result));
-      if (signal == 0) failure = Fail(result.GetError(), socketPath);
+    auto result = Try(start, request);
+    using Answer = std::decay_t<decltype(*result)>;
+    if (result) return std::optional<Answer>(std::move(*result));
+    if (signal != 0) {
+      SayInterrupted();
+    } else {
+      failure = Fail(result.GetError(), socketPath);
     }
-    if (signal != 0) SayInterrupted();
     return std::optional<Answer>();
   }
+
+  // The same for a caller who says itself what failed.
+  template <typename Scan, typename Request>
+  auto Try(kes::Result<Scan> (kes::Client::*start)(const Request&), const Request& request) {
+    using Answer = std::decay_t<decltype(*std::declval<Scan&>().Wait({}, -1))>;
+    return Interruptibly<Answer>([&](int wakeFd) { return Run<Answer>(start, request, wakeFd); });
+  }
+
+  // Connects, unless connected. The client is the session's.
+  kes::Result<kes::Client*> TryConnect() {
+    return Interruptibly<kes::Client*>([this](int) { return Connect(); });
+  }
+
+  // The result of `action`, which gets a descriptor that becomes readable at a first SIGINT or SIGTERM; kWoken without
+  // it once there was one.
+  template <typename T, typename Action>
+  kes::Result<T> Interruptibly(const Action& action) {
+    if (signal != 0) return kes::Error{kes::ErrorKind::kWoken, "interrupted"};
+    std::optional<Interrupts> interrupts(std::in_place);
+    kes::Result<T> result = action(interrupts->WakeDescriptor());
+    interrupts.reset();  // from here on a signal ends the process as usual
+    signal = Interrupts::Caught();
+    return result;
+  }
+
+  bool IsInterrupted() const { return signal != 0; }
+  void SayInterrupted();
 
   // Prints `text` and, when the status is not ok, what `words` say of it. False when it could not be printed.
   bool Show(std::string_view text, wifi::ScanStatus status, const StatusWords& words);
@@ -55,8 +83,9 @@ class Session {
   // From connect to result.
   template <typename Answer, typename Scan, typename Request>
   kes::Result<Answer> Run(kes::Result<Scan> (kes::Client::*start)(const Request&), const Request& request, int wakeFd) {
-    if (const std::optional<kes::Error> error = Connect()) return *error;
-    kes::Result<Scan> scan = ((*client).*start)(request);
+    const kes::Result<kes::Client*> connected = Connect();
+    if (!connected) return connected.GetError();
+    kes::Result<Scan> scan = ((*connected)->*start)(request);
     if (!scan) return scan.GetError();
     kes::Result<Answer> result = WaitWithProgress<Answer>(*scan, wakeFd);
     scan->Abort();
@@ -77,9 +106,7 @@ class Session {
     }
   }
 
-  // Nothing once there is a client.
-  std::optional<kes::Error> Connect();
-  void SayInterrupted();
+  kes::Result<kes::Client*> Connect();
 
   const std::string socketPath;
   const std::string_view activity;
