@@ -30,6 +30,10 @@ constexpr char kRangeExamples[] =
     "  kesctl range --repeat 10 --json 02:00:5e:10:00:01\n"
     "      Measure ten times and print a JSON object a line.\n";
 
+constexpr char kDoctorExample[] =
+    "  kesctl doctor\n"
+    "      Find out why a scan fails, and what to do; the exit code is that of the first check that fails.\n";
+
 std::string Footer(const std::string& examples) { return std::string(kExitCodes) + "\nExamples:\n" + examples; }
 
 // Adds an option that reads its value with `read` and hands it to `store`; a bad value becomes a usage error that names
@@ -128,11 +132,19 @@ void AddRange(CLI::App& app, RangeOptions& options) {
   range->footer(Footer(kRangeExamples));
 }
 
+void AddDoctor(CLI::App& app, DoctorOptions& options) {
+  CLI::App* doctor = app.add_subcommand("doctor", "Check the way to the daemon and what it can do, and say what to do");
+  doctor->fallthrough();
+  doctor->add_flag("--json", options.json, "Print one JSON object instead of a line a check");
+  doctor->footer(Footer(kDoctorExample));
+}
+
 }  // namespace
 
 Command ParseCommandLine(int argc, const char* const* argv) {
   ScanOptions scan;
   RangeOptions range;
+  DoctorOptions doctor;
   CLI::App app("Uses kesd, the Wi-Fi location daemon.", "kesctl");
   app.require_subcommand(0, 1);  // without one, below: this way a wrong name is named
   app.set_version_flag("--version", "kesctl " KESD_VERSION, "Print the version and exit");
@@ -140,9 +152,10 @@ Command ParseCommandLine(int argc, const char* const* argv) {
   AddValue(
       app, "--socket", "PATH", ReadSocketPath, [&](std::string value) { socketPath = std::move(value); },
       "The daemon's socket; " + socketPath + " by default");
-  app.footer(Footer(std::string(kScanExamples) + kRangeExamples));
+  app.footer(Footer(std::string(kScanExamples) + kRangeExamples + kDoctorExample));
   AddScan(app, scan);
   AddRange(app, range);
+  AddDoctor(app, doctor);
 
   try {
     app.parse(argc, argv);
@@ -155,7 +168,8 @@ Command ParseCommandLine(int argc, const char* const* argv) {
     Complain(std::string(error.what()) + "\nTry 'kesctl --help', or 'kesctl scan --help', or 'kesctl range --help'.");
     return kExitUsage;
   }
-  scan.socketPath = range.socketPath = std::move(socketPath);
+  scan.socketPath = range.socketPath = doctor.socketPath = std::move(socketPath);
+  if (app.got_subcommand("doctor")) return doctor;
   if (app.got_subcommand("range")) return range;
   return scan;
 }
