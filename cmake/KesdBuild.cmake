@@ -37,11 +37,11 @@ function(kesd_private_library target name)
   install(TARGETS ${target} LIBRARY DESTINATION ${KESD_PRIVATE_LIBDIR})
 endfunction()
 
-# kesd_program(TARGET): a program that finds the private libraries in a build tree as in an installed one.
-function(kesd_program target)
-  file(RELATIVE_PATH libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR}/kesd)
+# kesd_program(TARGET BINDIR|SBINDIR): a program that finds the private libraries in a build tree as in an installed one.
+function(kesd_program target folder)
+  file(RELATIVE_PATH libraries ${CMAKE_INSTALL_FULL_${folder}} ${CMAKE_INSTALL_FULL_LIBDIR}/kesd)
   set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/../lib/kesd;$ORIGIN/${libraries}")
-  install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_${folder}})
 endfunction()
 
 if(KESD_BUILD_TESTS)
