@@ -1,0 +1,26 @@
+# Completion of kesctl for fish.
+complete -c kesctl -f
+complete -c kesctl -l socket -r -F -d 'The socket of the daemon'
+complete -c kesctl -s h -l help -d 'Print help and exit'
+
+complete -c kesctl -n __fish_use_subcommand -l version -d 'Print the version and exit'
+complete -c kesctl -n __fish_use_subcommand -a scan -d 'Show which access points are around'
+complete -c kesctl -n __fish_use_subcommand -a watch -d 'Scan again and again'
+complete -c kesctl -n __fish_use_subcommand -a range -d 'Measure the distance to peers'
+complete -c kesctl -n __fish_use_subcommand -a doctor -d 'Check whether scans can work'
+
+complete -c kesctl -n '__fish_seen_subcommand_from scan' -l mode -x -a 'fresh cache fallback' -d 'Scan, or ask the cache'
+complete -c kesctl -n '__fish_seen_subcommand_from scan watch' -l band -x -a '2.4 5 all' -d 'The band to scan'
+complete -c kesctl -n '__fish_seen_subcommand_from scan watch' -l channel -x -d 'A channel, or a frequency in MHz'
+complete -c kesctl -n '__fish_seen_subcommand_from scan watch' -l ssid -x -d 'Only this network'
+complete -c kesctl -n '__fish_seen_subcommand_from scan watch' -l bssid -x -d 'Only this access point'
+complete -c kesctl -n '__fish_seen_subcommand_from scan watch' -l passive -d 'Listen only'
+complete -c kesctl -n '__fish_seen_subcommand_from scan' -l max-age -x -d 'The oldest measurement, in milliseconds'
+complete -c kesctl -n '__fish_seen_subcommand_from scan' -l elements -d 'List the information elements'
+complete -c kesctl -n '__fish_seen_subcommand_from scan' -l pcap -r -F -d 'Also write a capture'
+complete -c kesctl -n '__fish_seen_subcommand_from scan watch range' -l timeout -x -d 'Milliseconds until the answer'
+complete -c kesctl -n '__fish_seen_subcommand_from watch range' -l interval -x -d 'Milliseconds from start to start'
+complete -c kesctl -n '__fish_seen_subcommand_from watch range' -l count -x -d 'How many scans or rounds'
+complete -c kesctl -n '__fish_seen_subcommand_from range' -l periodic -d 'Send a periodic request'
+complete -c kesctl -n '__fish_seen_subcommand_from range' -l repeat -x -d 'How often to ask'
+complete -c kesctl -n '__fish_seen_subcommand_from scan watch range doctor' -l json -d 'Print JSON'
