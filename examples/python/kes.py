@@ -49,6 +49,7 @@ class TimedOut(KesError):
 
 class ProtocolError(KesError):
     """The peer sent what no daemon sends; the connection is closed."""
+    exit_code = 3
 
 
 class ResultLost(KesError):
@@ -479,7 +480,7 @@ class Client:
         """With an interval the request is a periodic one, of which the first round is delivered."""
         nodes = b""
         for peer in peers:
-            # Behind the address 0, which is the library's choice, but for the number of bursts.
+            # Behind the address, 0 leaves the choice to the library; the number of bursts is 2 to the power of 1.
             nodes += pack_mac(peer) + struct.pack("<3iI8x3Ii2B2x", 0, 0, 0, 0, 1, 0, 0, 0, 0, 0)
             if interval_ms is not None:
                 nodes += struct.pack("<iiB3x", interval_ms, rounds, 0)
@@ -543,12 +544,18 @@ def mac_address(text: str) -> str:
     return text
 
 
+def milliseconds(text: str) -> int:
+    if not 0 < int(text) <= 86_400_000:
+        raise ValueError("more than nothing, and at most a day")
+    return int(text)
+
+
 def main(arguments: Sequence[str] | None = None) -> int:
     parser = argparse.ArgumentParser(prog="kes.py", description="Asks kesd for access points and distances.")
     parser.add_argument("--socket", metavar="PATH", default=DEFAULT_SOCKET)
     common = argparse.ArgumentParser(add_help=False)
     common.add_argument("--json", action="store_true", help="print one JSON object")
-    common.add_argument("--timeout", metavar="MS", type=int, default=10_000, help="when to answer with what there is")
+    common.add_argument("--timeout", metavar="MS", type=milliseconds, default=10_000, help="when to give up")
     commands = parser.add_subparsers(dest="command", required=True)
     commands.add_parser("scan", parents=[common], help="list the access points around")
     ranging = commands.add_parser("range", parents=[common], help="measure the distance to peers")
