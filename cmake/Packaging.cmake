@@ -35,7 +35,8 @@ install(CODE "if(NOT EXISTS \"\$ENV{DESTDIR}${default}/kesd\")
 endif()")
 install(DIRECTORY DESTINATION ${CMAKE_INSTALL_FULL_LOCALSTATEDIR}/lib/kesd)
 
-install(FILES packaging/completion/kesctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME kesctl)
+install(FILES packaging/completion/kesctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+  RENAME kesctl)
 install(FILES packaging/completion/kesctl.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 if(CMAKE_INSTALL_PREFIX STREQUAL /usr)  # where Debian has it
   install(FILES packaging/completion/_kesctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
@@ -73,7 +74,8 @@ endif()
 set(CPACK_GENERATOR DEB)
 set(CPACK_SET_DESTDIR ON)  # what does not lie below the prefix is packed, too
 set(CPACK_STRIP_FILES ON)
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS  # whatever the umask
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_PACKAGE_CONTACT "the maintainers of kesd <maintainers@kesd.example>" CACHE STRING "Who answers for the package")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
