@@ -14,44 +14,50 @@ void Complain(std::string_view message) {
   std::fprintf(stderr, "kesctl: %.*s\n", static_cast<int>(message.size()), message.data());
 }
 
-Trouble TroubleOf(const kes::Error& error, const std::string& socketPath) {
+Failure Explain(const kes::Error& error, const std::string& socketPath) {
+  const auto failure = [&](const std::string& what, std::string_view advice, int exitCode) {
+    return Failure{what + ": " + error.message, advice, exitCode};
+  };
   switch (error.kind) {
     case kes::ErrorKind::kNoSocket:
     case kes::ErrorKind::kRefused:
-      return {kExitNoDaemon, "no daemon answers at " + socketPath, kStartAdvice};
+      return failure("no daemon answers at " + socketPath, kStartAdvice, kExitNoDaemon);
     case kes::ErrorKind::kNotASocket:
-      return {kExitNoDaemon, "cannot connect to " + socketPath, "Name the daemon's socket with --socket PATH."};
+      return failure("cannot connect to " + socketPath, "Name the daemon's socket with --socket PATH.", kExitNoDaemon);
     case kes::ErrorKind::kNoPermission:
-      return {kExitNoDaemon, "cannot connect to " + socketPath,
-              "Run kesctl as a user who may use the socket, or in the socket's group."};
+      return failure("cannot connect to " + socketPath,
+                     "Run kesctl as a user who may use the socket, or in the socket's group.", kExitNoDaemon);
     case kes::ErrorKind::kProtocol:
-      return {kExitNoDaemon, "cannot talk to the daemon at " + socketPath,
-              "Is it kesd, of the same version as this kesctl? Its log tells why it ended a connection."};
+      return failure("cannot talk to the daemon at " + socketPath,
+                     "Is it kesd, of the same version as this kesctl? Its log tells why it ended a connection.",
+                     kExitNoDaemon);
     case kes::ErrorKind::kDisconnected:
-      return {kExitNoDaemon, "lost the daemon at " + socketPath, "Look into its log, and try again once it runs."};
+      return failure("lost the daemon at " + socketPath, "Look into its log, and try again once it runs.",
+                     kExitNoDaemon);
     case kes::ErrorKind::kSystem:
-      return {kExitNoDaemon, "cannot connect to " + socketPath,
-              "Try again; if it stays so, look at the limits of this machine."};
+      return failure("cannot connect to " + socketPath,
+                     "Try again; if it stays so, look at the limits of this machine.", kExitNoDaemon);
     case kes::ErrorKind::kTimedOut:
-      return {kExitTimedOut, "timed out", "Try again, or give it longer with --timeout MS."};
+      return failure("timed out", "Try again, or give it longer with --timeout MS.", kExitTimedOut);
     case kes::ErrorKind::kRejected:
-      return {kExitRefused, "refused", "The daemon's log tells why; try a simpler request."};
+      return failure("refused", "The daemon's log tells why; try a simpler request.", kExitRefused);
     case kes::ErrorKind::kInvalidArgument:
-      return {kExitRefused, "the request cannot be sent", "Correct it; --help tells what each option takes."};
+      return failure("the request cannot be sent", "Correct it; --help tells what each option takes.", kExitRefused);
     case kes::ErrorKind::kLimit:
-      return {kExitRefused, "the request cannot be sent", "Ask for less at once, or try again later."};
+      return failure("the request cannot be sent", "Ask for less at once, or try again later.", kExitRefused);
     case kes::ErrorKind::kOutOfMemory:
-      return {kExitRefused, "failed", "Free some memory, and try again."};
+      return failure("failed", "Free some memory, and try again.", kExitRefused);
     case kes::ErrorKind::kWoken:
       break;
   }
-  return {kExitRefused, "interrupted", "Try again."};
+  return failure("interrupted", "Try again.", kExitRefused);
 }
 
 int Fail(const kes::Error& error, const std::string& socketPath) {
-  const Trouble trouble = TroubleOf(error, socketPath);
-  Complain(trouble.what + ": " + error.message + ".\n" + trouble.advice);
-  return trouble.exitCode;
+  const Failure failure = Explain(error, socketPath);
+  Complain(failure.what + ".");
+  std::fprintf(stderr, "%.*s\n", static_cast<int>(failure.advice.size()), failure.advice.data());
+  return failure.exitCode;
 }
 
 bool PrintResult(std::string_view text) {

@@ -26,15 +26,17 @@ void Complain(std::string_view message);
 inline constexpr char kStartAdvice[] =
     "Is kesd running? Start it with kesd-launch, or name its socket with --socket PATH.";
 
-// What an error comes to for the user.
-struct Trouble {
+// What failed, as a clause without a full stop; what to do next; and the exit code for it.
+struct Failure {
+  std::string what;
+  std::string_view advice;
   int exitCode;
-  std::string what;    // failed
-  std::string advice;  // what to do next
 };
-Trouble TroubleOf(const kes::Error& error, const std::string& socketPath);
 
-// Says what failed and what to do next; returns the exit code for it. `socketPath` names the daemon.
+// `socketPath` names the daemon.
+Failure Explain(const kes::Error& error, const std::string& socketPath);
+
+// Says what Explain has to say, and returns the exit code.
 int Fail(const kes::Error& error, const std::string& socketPath);
 
 // Writes all of `text` to standard output. False when that failed; it has said why.

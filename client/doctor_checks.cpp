@@ -44,8 +44,8 @@ Finding Failed(int exitCode, std::string detail, std::string advice) {
 }
 
 Finding Failed(const kes::Error& error, const Examination& examination) {
-  const Trouble trouble = TroubleOf(error, examination.socketPath);
-  return Failed(trouble.exitCode, error.message, trouble.advice);
+  const Failure failure = Explain(error, examination.socketPath);
+  return Failed(failure.exitCode, error.message, std::string(failure.advice));
 }
 
 Finding Failed(wifi::ScanStatus status, const StatusWords& words) {

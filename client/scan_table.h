@@ -2,9 +2,12 @@
 #ifndef KESD_CLIENT_SCAN_TABLE_H_
 #define KESD_CLIENT_SCAN_TABLE_H_
 
+#include <cstddef>
 #include <string>
+#include <vector>
 
 #include "client/discovery_result.h"
+#include "client/table.h"
 
 namespace kesctl {
 
@@ -15,6 +18,11 @@ struct TableStyle {
 
 // The strongest first, unknown signals last. A line above tells a status other than ok, one below how many there are.
 std::string ScanTable(const kes::DiscoveryResult& result, const TableStyle& style);
+
+// The columns of that table, and an access point's cells.
+std::vector<Column> ScanColumns();
+std::vector<std::string> ScanCells(const kes::Measurement& measurement);
+inline constexpr std::size_t kSignalColumn = 5;
 
 }  // namespace kesctl
 

@@ -1,16 +1,6 @@
 #include "client/session.h"
 
 namespace kesctl {
-namespace {
-
-using std::chrono::milliseconds;
-
-constexpr milliseconds kWaitMargin{5'000};
-constexpr milliseconds kWaitWithoutTimeout{60'000};
-static_assert(kWaitWithoutTimeout > milliseconds(wifi::kDefaultTimeoutMs) + kWaitMargin &&
-              kWaitWithoutTimeout > milliseconds(wifi::kDefaultRangingTimeoutMs) + kWaitMargin);
-
-}  // namespace
 
 int ExitCodeOf(wifi::ScanStatus status) {
   switch (status) {
@@ -24,18 +14,7 @@ int ExitCodeOf(wifi::ScanStatus status) {
 }
 
 Session::Session(std::string path, std::string_view what, int64_t timeoutMs)
-    : socketPath(std::move(path)),
-      activity(what),
-      patience(timeoutMs > 0 ? milliseconds(timeoutMs) + kWaitMargin : kWaitWithoutTimeout) {}
-
-kes::Result<kes::Client*> Session::Connect() {
-  if (!client) {
-    kes::Result<kes::Client> connected = kes::Client::Connect(socketPath);
-    if (!connected) return connected.GetError();
-    client = std::move(*connected);
-  }
-  return &*client;
-}
+    : requester(std::move(path), timeoutMs), activity(what) {}
 
 void Session::SayInterrupted() {
   Complain("interrupted; the request was aborted.");
@@ -48,8 +27,7 @@ bool Session::Show(std::string_view text, wifi::ScanStatus status, const StatusW
     return false;
   }
   if (status != wifi::ScanStatus::kOk) {
-    Complain("the request ended with status " + std::to_string(static_cast<uint32_t>(status)) + " (" +
-             std::string(words.name) + "). " + std::string(words.advice));
+    Complain(EndSentences(status, words));
     if (badStatus == kExitDelivered) badStatus = ExitCodeOf(status);
   }
   return true;

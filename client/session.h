@@ -11,21 +11,20 @@
 #include <type_traits>
 #include <utility>
 
-#include "client/client.h"
 #include "client/console.h"
 #include "client/interrupts.h"
+#include "client/requester.h"
 #include "client/words.h"
 
 namespace kesctl {
 
-// Of a request that the daemon answered with `status`.
+// The exit code for what a scan ended with.
 int ExitCodeOf(wifi::ScanStatus status);
 
 // Asks the daemon, one request after the other over one connection, and shows what it answers.
 class Session {
  public:
-  // `activity`: what the progress line says is going on. `timeoutMs`: that of each request, 0 when it is left to the
-  // daemon. A result is waited for as long as that and five seconds more, or one minute.
+  // `activity`: what the progress line says is going on. The others are the Requester's.
   Session(std::string socketPath, std::string_view activity, int64_t timeoutMs);
 
   // Starts a scan with `start`, a member of kes::Client, and waits for its result; connects first, unless connected.
@@ -39,7 +38,7 @@ class Session {
     if (signal != 0) {
       SayInterrupted();
     } else {
-      failure = Fail(result.GetError(), socketPath);
+      failure = Fail(result.GetError(), requester.SocketPath());
     }
     return std::optional<Answer>();
   }
@@ -48,12 +47,16 @@ class Session {
   template <typename Scan, typename Request>
   auto Try(kes::Result<Scan> (kes::Client::*start)(const Request&), const Request& request) {
     using Answer = std::decay_t<decltype(*std::declval<Scan&>().Wait({}, -1))>;
-    return Interruptibly<Answer>([&](int wakeFd) { return Run<Answer>(start, request, wakeFd); });
+    return Interruptibly<Answer>([&](int wakeFd) {
+      return requester.Run(start, request, [&](Scan& scan, fenk::Clock::time_point deadline) {
+        return WaitWithProgress<Answer>(scan, deadline, wakeFd);
+      });
+    });
   }
 
   // Connects, unless connected. The client is the session's.
   kes::Result<kes::Client*> TryConnect() {
-    return Interruptibly<kes::Client*>([this](int) { return Connect(); });
+    return Interruptibly<kes::Client*>([this](int) { return requester.Connect(); });
   }
 
   // The result of `action`, which gets a descriptor that becomes readable at a first SIGINT or SIGTERM; kWoken without
@@ -80,23 +83,10 @@ class Session {
  private:
   static constexpr std::chrono::milliseconds kProgressInterval{100};
 
-  // From connect to result.
-  template <typename Answer, typename Scan, typename Request>
-  kes::Result<Answer> Run(kes::Result<Scan> (kes::Client::*start)(const Request&), const Request& request, int wakeFd) {
-    const kes::Result<kes::Client*> connected = Connect();
-    if (!connected) return connected.GetError();
-    kes::Result<Scan> scan = ((*connected)->*start)(request);
-    if (!scan) return scan.GetError();
-    kes::Result<Answer> result = WaitWithProgress<Answer>(*scan, wakeFd);
-    scan->Abort();
-    return result;
-  }
-
   // Waits for the result; while a person watches, in short turns that each move the progress line on.
   template <typename Answer, typename Scan>
-  kes::Result<Answer> WaitWithProgress(Scan& scan, int wakeFd) {
+  kes::Result<Answer> WaitWithProgress(Scan& scan, fenk::Clock::time_point deadline, int wakeFd) {
     ProgressLine progress(activity);
-    const fenk::Clock::time_point deadline = fenk::Clock::now() + patience;
     for (;;) {
       const fenk::Clock::time_point turn = progress.IsShown() ? fenk::Clock::now() + kProgressInterval : deadline;
       kes::Result<Answer> result = scan.Wait(std::min(turn, deadline), wakeFd);
@@ -106,12 +96,8 @@ class Session {
     }
   }
 
-  kes::Result<kes::Client*> Connect();
-
-  const std::string socketPath;
+  Requester requester;
   const std::string_view activity;
-  const std::chrono::milliseconds patience;
-  std::optional<kes::Client> client;
   int signal = 0;                  // caught
   int failure = kExitDelivered;    // why there is no result, or it was not written
   int badStatus = kExitDelivered;  // the first

@@ -63,6 +63,20 @@ std::optional<Character> FirstCharacter(std::span<const uint8_t> bytes) {
   return Character{value, size};
 }
 
+struct Extent {
+  std::size_t size;   // octets
+  std::size_t cells;  // of a terminal
+};
+
+// Of the first character.
+Extent FirstExtent(std::string_view utf8) {
+  const std::optional<Character> character =
+      FirstCharacter({reinterpret_cast<const uint8_t*>(utf8.data()), utf8.size()});
+  if (!character) return {1, 1};
+  if (IsIn(kCombining, character->value)) return {character->size, 0};
+  return {character->size, IsIn(kWide, character->value) ? std::size_t{2} : std::size_t{1}};
+}
+
 constexpr char kHexDigits[] = "0123456789abcdef";
 
 void AppendHex(std::string& text, uint8_t octet) {
@@ -122,15 +136,23 @@ std::string SsidText(bool valid, std::span<const uint8_t> ssid) {
   return text;
 }
 
+std::string_view FirstCells(std::string_view utf8, std::size_t cells) {
+  std::size_t taken = 0;
+  while (taken < utf8.size()) {
+    const Extent next = FirstExtent(utf8.substr(taken));
+    if (next.cells > cells) break;
+    cells -= next.cells;
+    taken += next.size;
+  }
+  return utf8.substr(0, taken);
+}
+
 std::size_t DisplayCells(std::string_view utf8) {
-  std::span<const uint8_t> bytes(reinterpret_cast<const uint8_t*>(utf8.data()), utf8.size());
   std::size_t cells = 0;
-  while (!bytes.empty()) {
-    const std::optional<Character> character = FirstCharacter(bytes);
-    if (!character || !IsIn(kCombining, character->value)) {
-      cells += character && IsIn(kWide, character->value) ? 2 : 1;
-    }
-    bytes = bytes.subspan(character ? character->size : 1);
+  while (!utf8.empty()) {
+    const Extent next = FirstExtent(utf8);
+    cells += next.cells;
+    utf8.remove_prefix(next.size);
   }
   return cells;
 }

@@ -31,6 +31,9 @@ std::string SsidText(bool valid, std::span<const uint8_t> ssid);
 // combining marks.
 std::size_t DisplayCells(std::string_view utf8);
 
+// The longest beginning of `utf8` that takes no more than `cells` of them.
+std::string_view FirstCells(std::string_view utf8, std::size_t cells);
+
 // Lower-case hexadecimal without separators.
 std::string Hex(std::span<const uint8_t> bytes);
 

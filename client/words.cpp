@@ -98,6 +98,11 @@ std::string SourceName(wifi::SourceKind source) {
   return std::to_string(static_cast<uint32_t>(source));
 }
 
+std::string EndSentences(wifi::ScanStatus status, const StatusWords& words) {
+  return "the request ended with status " + std::to_string(static_cast<uint32_t>(status)) + " (" +
+         std::string(words.name) + "). " + std::string(words.advice);
+}
+
 std::string RangingStatusName(wifi::RangingStatus status) {
   switch (status) {
     case wifi::RangingStatus::kSuccess:

@@ -29,6 +29,9 @@ StatusWords RangingWordsFor(wifi::ScanStatus status);  // of a ranging request
 // "scene", "capture", "radio", "unknown"; the number when it has no name.
 std::string SourceName(wifi::SourceKind source);
 
+// "the request ended with status 2 (timed out). ADVICE"
+std::string EndSentences(wifi::ScanStatus status, const StatusWords& words);
+
 // How the ranging of one peer ended, in kebab case: "success", "no-response"; "unknown(N)" when the number has no name.
 std::string RangingStatusName(wifi::RangingStatus status);
 
