@@ -11,7 +11,7 @@ namespace {
 
 constexpr char kExitCodes[] =
     "Exit codes:\n"
-    "  0    the result was delivered; with --repeat, each\n"
+    "  0    the result was delivered; with --repeat and watch, each\n"
     "  1    the request was refused, the scan status is not ok (a part may be shown), or the output failed\n"
     "  2    the command line is wrong\n"
     "  3    no daemon: cannot connect, or the connection was lost\n"
@@ -23,6 +23,24 @@ constexpr char kScanExamples[] =
     "      Scan the 5 GHz band for at most three seconds.\n"
     "  kesctl scan --mode fallback --max-age 30000 --ssid Cafe --json\n"
     "      Print as JSON what is known of \"Cafe\" for up to 30 s; scan if that is nothing.\n";
+
+constexpr char kWatchNotes[] =
+    "On a terminal, a table that stays where it is: the strongest first, HISTORY the signal of the latest scans from "
+    "-90\n"
+    "to -46 dBm, a gap where a scan did not hear it. \"new\" for 5 scans, \"gone\" for 5 scans, then dropped. It ends "
+    "with\n"
+    "q or Ctrl-C, leaves the terminal as it was, and the last table on it. Ctrl-Z suspends it.\n"
+    "Into a pipe or a file, or with --json, one JSON object a scan, in a line of its own. With NO_COLOR or TERM=dumb, "
+    "a\n"
+    "plain table a scan.\n"
+    "A daemon that does not answer the first scan ends it; one that goes away later is waited for, at the same "
+    "interval.\n";
+
+constexpr char kWatchExamples[] =
+    "  kesctl watch --band 5 --interval 5000\n"
+    "      Scan the 5 GHz band every five seconds, until q is pressed.\n"
+    "  kesctl watch --count 10 --json > scans.jsonl\n"
+    "      Scan ten times, two seconds apart, and write a JSON object a line.\n";
 
 constexpr char kRangeExamples[] =
     "  kesctl range 02:00:5e:10:00:01@5180 02:00:5e:10:00:02\n"
@@ -65,6 +83,25 @@ void AddTimeout(CLI::App& app, int64_t& timeoutMs, int64_t daemonsDefault) {
           "); kesctl itself waits 5 s longer, or 60 s without this option");
 }
 
+// Which access points to look for, and for how long.
+void AddSelection(CLI::App& app, kes::DiscoveryRequest& request) {
+  AddValue(
+      app, "--band", "2.4|5|all", ReadBand, [&](wifi::Band value) { request.band = value; },
+      "The band to scan; all of them by default. Channels take its place");
+  MayRepeat(AddValue(
+      app, "--channel", "N", ReadChannel, [&](uint32_t value) { request.channels.push_back(value); },
+      "A channel number (1-14, 32-177) or a centre frequency in MHz; may be repeated"));
+  MayRepeat(AddValue(
+      app, "--ssid", "S", ReadSsid, [&](std::vector<uint8_t> value) { request.ssids.push_back(std::move(value)); },
+      "Only this network, probing for it by name; may be repeated"));
+  MayRepeat(AddValue(
+      app, "--bssid", "MAC", ReadBssid, [&](kes::MacAddress value) { request.bssids.push_back(value); },
+      "Only this access point; may be repeated"));
+  app.add_flag_callback(
+      "--passive", [&] { request.scanType = wifi::ScanType::kPassive; }, "Listen only, send nothing");
+  AddTimeout(app, request.timeoutMs, wifi::kDefaultTimeoutMs);
+}
+
 void AddScan(CLI::App& app, ScanOptions& options) {
   kes::DiscoveryRequest& request = options.request;
   CLI::App* scan = app.add_subcommand("scan", "Show which access points are around");
@@ -72,31 +109,30 @@ void AddScan(CLI::App& app, ScanOptions& options) {
   AddValue(
       *scan, "--mode", "fresh|cache|fallback", ReadMode, [&](wifi::RequestMode mode) { request.mode = mode; },
       "Scan now (default), take what the daemon remembers, or scan only when it remembers nothing");
-  AddValue(
-      *scan, "--band", "2.4|5|all", ReadBand, [&](wifi::Band value) { request.band = value; },
-      "The band to scan; all of them by default. Channels take its place");
-  CLI::Option* channel = AddValue(
-      *scan, "--channel", "N", ReadChannel, [&](uint32_t value) { request.channels.push_back(value); },
-      "A channel number (1-14, 32-177) or a centre frequency in MHz; may be repeated");
-  MayRepeat(channel);
-  MayRepeat(AddValue(
-      *scan, "--ssid", "S", ReadSsid, [&](std::vector<uint8_t> value) { request.ssids.push_back(std::move(value)); },
-      "Only this network, probing for it by name; may be repeated"));
-  MayRepeat(AddValue(
-      *scan, "--bssid", "MAC", ReadBssid, [&](kes::MacAddress value) { request.bssids.push_back(value); },
-      "Only this access point; may be repeated"));
-  scan->add_flag_callback(
-      "--passive", [&] { request.scanType = wifi::ScanType::kPassive; }, "Listen only, send nothing");
+  AddSelection(*scan, request);
   AddValue(
       *scan, "--max-age", "MS", ReadMaxAge, [&](uint32_t value) { request.maxAgeMs = value; },
       "The oldest remembered measurement to show, in milliseconds; every age by default");
-  AddTimeout(*scan, request.timeoutMs, wifi::kDefaultTimeoutMs);
   scan->add_flag("--json", options.json, "Print one JSON object instead of a table");
   scan->add_flag("--elements", options.elements, "List the information elements below each access point");
   AddValue(
       *scan, "--pcap", "FILE", ReadCapturePath, [&](std::string value) { options.pcapPath = std::move(value); },
       "Also write what was received into this file, as a capture (pcap, radiotap)");
   scan->footer(Footer(kScanExamples));
+}
+
+void AddWatch(CLI::App& app, WatchOptions& options) {
+  CLI::App* watch = app.add_subcommand("watch", "Show how the access points around change");
+  watch->fallthrough();
+  AddSelection(*watch, options.request);
+  AddValue(
+      *watch, "--interval", "MS", ReadScanInterval, [&](uint32_t value) { options.intervalMs = value; },
+      "Milliseconds from the start of a scan to that of the next one, at least " + std::to_string(kMinScanIntervalMs) +
+          " (default " + std::to_string(options.intervalMs) + "); a scan that takes longer is waited for");
+  AddValue(
+      *watch, "--count", "N", ReadScanCount, [&](uint32_t value) { options.count = value; }, "End after N scans");
+  watch->add_flag("--json", options.json, "Print one JSON object a scan instead of a table");
+  watch->footer(std::string(kWatchNotes) + "\n" + Footer(kWatchExamples));
 }
 
 void AddRange(CLI::App& app, RangeOptions& options) {
@@ -143,6 +179,7 @@ void AddDoctor(CLI::App& app, DoctorOptions& options) {
 
 Command ParseCommandLine(int argc, const char* const* argv) {
   ScanOptions scan;
+  WatchOptions watch;
   RangeOptions range;
   DoctorOptions doctor;
   CLI::App app("Uses kesd, the Wi-Fi location daemon.", "kesctl");
@@ -152,8 +189,9 @@ Command ParseCommandLine(int argc, const char* const* argv) {
   AddValue(
       app, "--socket", "PATH", ReadSocketPath, [&](std::string value) { socketPath = std::move(value); },
       "The daemon's socket; " + socketPath + " by default");
-  app.footer(Footer(std::string(kScanExamples) + kRangeExamples + kDoctorExample));
+  app.footer(Footer(std::string(kScanExamples) + kWatchExamples + kRangeExamples + kDoctorExample));
   AddScan(app, scan);
+  AddWatch(app, watch);
   AddRange(app, range);
   AddDoctor(app, doctor);
 
@@ -165,10 +203,11 @@ Command ParseCommandLine(int argc, const char* const* argv) {
   } catch (const CLI::CallForVersion& version) {
     return PrintResult(std::string(version.what()) + "\n") ? kExitDelivered : kExitRefused;
   } catch (const CLI::ParseError& error) {
-    Complain(std::string(error.what()) + "\nTry 'kesctl --help', or 'kesctl scan --help', or 'kesctl range --help'.");
+    Complain(std::string(error.what()) + "\nTry 'kesctl --help', or 'kesctl SUBCOMMAND --help'.");
     return kExitUsage;
   }
-  scan.socketPath = range.socketPath = doctor.socketPath = std::move(socketPath);
+  scan.socketPath = watch.socketPath = range.socketPath = doctor.socketPath = std::move(socketPath);
+  if (app.got_subcommand("watch")) return watch;
   if (app.got_subcommand("doctor")) return doctor;
   if (app.got_subcommand("range")) return range;
   return scan;

@@ -10,6 +10,7 @@ namespace {
 
 int Run(int exitCode) { return exitCode; }
 int Run(const kesctl::ScanOptions& options) { return kesctl::RunScan(options); }
+int Run(const kesctl::WatchOptions& options) { return kesctl::RunWatch(options); }
 int Run(const kesctl::RangeOptions& options) { return kesctl::RunRange(options); }
 int Run(const kesctl::DoctorOptions& options) { return kesctl::RunDoctor(options); }
 

@@ -171,6 +171,9 @@ const UsageCase kUsageCases[] = {
     {{"scan", "--timeout", "0"}, "--timeout: '0'"},
     {{"scan", "--max-age", "-5"}, "--max-age"},
     {{"scan", "--pcap", "-"}, "--pcap: '-' is not the name of a file"},
+    {{"watch", "--interval", "499"}, "--interval: '499'"},
+    {{"watch", "--count", "0"}, "--count: '0'"},
+    {{"watch", "--mode", "cache"}, "--mode"},
     {{"range"}, "PEER"},
     {{"range", "02:00:5e:10:00"}, "PEER: '02:00:5e:10:00'"},
     {{"range", "02:00:5e:10:00:01@"}, "PEER: '' is not the centre frequency"},
@@ -300,10 +303,12 @@ TEST(KesctlScan, WritesACaptureWholeOrNotAtAll) {
 
 TEST(KesctlScan, SaysThatItsOutputWentNowhere) {
   for (const Output output : {Output::kFull, Output::kClosedPipe}) {
-    StandInDaemon daemon(Answer::kResult, Neighbourhood());
-    const Outcome outcome = Kesctl(ScanAt(daemon), output).Finish();
-    EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_TRUE(Has(outcome.err, "cannot write the result")) << outcome.err;
+    for (const char* subcommand : {"scan", "watch"}) {
+      StandInDaemon daemon(Answer::kResult, Neighbourhood());
+      const Outcome outcome = Kesctl({subcommand, "--socket", daemon.SocketPath()}, output).Finish();
+      EXPECT_EQ(outcome.exitCode, 1);
+      EXPECT_TRUE(Has(outcome.err, "cannot write the result")) << outcome.err;
+    }
   }
 }
 

@@ -84,6 +84,12 @@ Value<std::string> ReadCapturePath(const std::string& text) {
   return BadValue{"'" + text + "' is not the name of a file, which a capture needs"};
 }
 
+Value<uint32_t> ReadScanInterval(const std::string& text) {
+  return ReadNumber(text, "milliseconds", kMinScanIntervalMs, kMaxMilliseconds);
+}
+
+Value<uint32_t> ReadScanCount(const std::string& text) { return ReadNumber(text, "scans", 1, kMaxRepeats); }
+
 Value<kes::RangingNode> ReadPeer(const std::string& text) {
   const std::size_t at = text.find('@');
   kes::RangingNode node;

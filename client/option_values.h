@@ -23,6 +23,9 @@ using Value = std::variant<T, BadValue>;
 // The longest that a request or an age may be given: one day, in milliseconds.
 inline constexpr uint32_t kMaxMilliseconds = 86'400'000;
 
+// A radio that scans more often has no time left for anything else.
+inline constexpr uint32_t kMinScanIntervalMs = 500;
+
 inline constexpr uint32_t kMaxRepeats = 1'000'000;
 
 Value<std::string> ReadSocketPath(const std::string& text);     // 1 to 107 bytes
@@ -34,6 +37,10 @@ Value<kes::MacAddress> ReadBssid(const std::string& text);
 Value<uint32_t> ReadTimeout(const std::string& text);         // ms, 1 to kMaxMilliseconds
 Value<uint32_t> ReadMaxAge(const std::string& text);          // ms, 1 to kMaxMilliseconds
 Value<std::string> ReadCapturePath(const std::string& text);  // of a file; "-" is none
+
+// Of watching.
+Value<uint32_t> ReadScanInterval(const std::string& text);  // ms, kMinScanIntervalMs to kMaxMilliseconds
+Value<uint32_t> ReadScanCount(const std::string& text);     // 1 to kMaxRepeats
 
 // Of ranging.
 Value<kes::RangingNode> ReadPeer(const std::string& text);  // MAC, or MAC@FREQ with a channel's centre in MHz

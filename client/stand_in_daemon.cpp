@@ -107,9 +107,11 @@ int32_t StandInDaemon::Start(Request request, ObjectArg* args, std::size_t input
   }
   ObjectRetain(callback);
   Images result;
+  bool hangsUp = answer == Answer::kHangUp;
   {
     const std::lock_guard lock(mutex);
     if (requested < results.size()) result = results[requested];
+    hangsUp = hangsUp || (requested < results.size() && result.empty());
     requests.push_back(std::move(request));
     handles.push_back({this, callback});
     ++requested;
@@ -118,7 +120,7 @@ int32_t StandInDaemon::Start(Request request, ObjectArg* args, std::size_t input
   changed.notify_all();
   const bool hasResult = !result.empty();
   if (answer == Answer::kEarlyResult && hasResult) Deliver(callback, result);
-  if ((answer == Answer::kResult && hasResult) || answer == Answer::kHangUp) {
+  if ((answer == Answer::kResult && hasResult) || hangsUp) {
     ObjectRetain(callback);
     const std::lock_guard lock(mutex);
     library.emplace_back([this, callback, result] { AnswerLater(callback, result); });
@@ -127,7 +129,7 @@ int32_t StandInDaemon::Start(Request request, ObjectArg* args, std::size_t input
 }
 
 void StandInDaemon::AnswerLater(Object callback, Images result) {
-  if (answer == Answer::kHangUp) {
+  if (result.empty()) {
     std::unique_lock lock(mutex);
     const std::shared_ptr<fenk::Connection> ended = connection;
     lock.unlock();

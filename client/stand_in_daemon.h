@@ -30,7 +30,7 @@ enum class Answer {
 class StandInDaemon {
  public:
   // Listens on SocketPath(), in a directory of its own, and serves one connection after another. Each request gets the
-  // next of `scriptedResults`; none is delivered when there are no more.
+  // next of `scriptedResults`, in place of an empty one the end of the connection; nothing when there are no more.
   explicit StandInDaemon(Answer scripted, std::vector<Images> scriptedResults = {});
   template <typename Records>
   requires std::same_as<Records, TestResult> || std::same_as<Records, TestRangingResult> StandInDaemon(
@@ -48,6 +48,7 @@ class StandInDaemon {
     uint32_t service;
     uint32_t operation;
     Images buffers;
+    fenk::Clock::time_point at = fenk::Clock::now();
   };
   // Those so far.
   std::vector<Request> Requests() const;

@@ -9,6 +9,7 @@
 #include "client/scan_table.h"
 #include "client/test_records.h"
 #include "client/text.h"
+#include "client/watch_screen.h"
 #include "fuzz/input.h"
 
 namespace {
@@ -127,6 +128,20 @@ std::size_t TableLines(const Result& result) {
   return count + (count != 0 ? 1 : 0) + (result.status != wifi::ScanStatus::kOk ? 1 : 0) + 1;
 }
 
+// Once heard, and then gone, on a screen of any size.
+void CheckScreen(const kes::DiscoveryResult& result) {
+  kesctl::SignalHistory history;
+  history.Add(result, {});
+  history.Add({}, {});
+  for (const kesctl::ScreenSize size : {kesctl::ScreenSize{1, 1}, {4, 60}, {60, 400}}) {
+    const std::vector<std::string> lines = kesctl::WatchLines(history, {}, size, {}, true);
+    Require(lines.size() <= size.rows, "as many lines as a screen has");
+    std::string text;
+    for (const std::string& line : lines) text += line + '\n';
+    CheckTable(text, lines.size(), true);
+  }
+}
+
 void CheckScan(const kes::DiscoveryResult& result, std::size_t bytes) {
   std::size_t lines = TableLines(result);
   CheckTable(kesctl::ScanTable(result, {.colour = true}), lines, true);
@@ -150,6 +165,7 @@ void CheckScan(const kes::DiscoveryResult& result, std::size_t bytes) {
   const std::size_t headers = 24 + result.measurements.size() * (16 + 13 + 36);
   Require(kesctl::ScanCapture(result).size() <= headers + octets, "a capture of what was delivered");
   CheckTable(kesctl::ScanTable(result, {.elements = true}), lines, false);
+  CheckScreen(result);
 }
 
 void CheckRanging(const kes::RangingResult& result, std::size_t macs) {

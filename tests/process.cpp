@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -65,7 +66,12 @@ Process::Process(const std::vector<std::string>& arguments, Output output,
   pid = fork();
   if (pid == 0) {
     for (const std::string& setting : environment) putenv(const_cast<char*>(setting.c_str()));
-    dup2(in.read.Get(), STDIN_FILENO);
+    const bool terminal = output == Output::kTerminal;
+    if (terminal) {
+      setsid();
+      ioctl(outEnds.write.Get(), TIOCSCTTY, 0);
+    }
+    dup2(terminal ? outEnds.write.Get() : in.read.Get(), STDIN_FILENO);
     dup2(outEnds.write.Get(), STDOUT_FILENO);
     dup2(merged ? outEnds.write.Get() : errEnds.write.Get(), STDERR_FILENO);
     execv(argv[0], argv.data());
@@ -104,17 +110,37 @@ bool Process::AwaitStop() const {
   return waitid(P_PID, static_cast<id_t>(pid), &info, WSTOPPED | WEXITED | WNOWAIT) == 0 && info.si_code == CLD_STOPPED;
 }
 
-std::string Process::ReadLine() {
+std::string::size_type Process::Await(const std::string& part) {
   const steady_clock::time_point deadline = steady_clock::now() + kPatience;
-  size_t end = 0;
-  while ((end = unread.find('\n')) == std::string::npos) {
-    if (!out.IsOpen() || steady_clock::now() > deadline) return "";
+  for (;;) {
+    const std::string::size_type at = unread.find(part);
+    if (at != std::string::npos || !out.IsOpen() || steady_clock::now() > deadline) return at;
     pollfd readable = {out.Get(), POLLIN, 0};
     if (poll(&readable, 1, 1000) == 1) ReadSome(out, unread);
   }
+}
+
+std::string Process::ReadLine() {
+  const std::string::size_type end = Await("\n");
+  if (end == std::string::npos) return "";
   std::string line = unread.substr(0, end);
   unread.erase(0, end + 1);
   return line;
+}
+
+std::string Process::ReadUntil(const std::string& part) {
+  const std::string::size_type at = Await(part);
+  const std::string::size_type size = at == std::string::npos ? unread.size() : at + part.size();
+  std::string text = unread.substr(0, size);
+  unread.erase(0, size);
+  return text;
+}
+
+void Process::Type(const std::string& keys) const { (void)!write(out.Get(), keys.data(), keys.size()); }
+
+void Process::Resize(unsigned short rows, unsigned short columns) const {
+  const winsize size{rows, columns, 0, 0};
+  ioctl(out.Get(), TIOCSWINSZ, &size);
 }
 
 std::vector<std::string> Process::ReadLinesUntil(const std::string& part) {

@@ -15,7 +15,7 @@ namespace testing_process {
 enum class Output {
   kSeparate,    // standard output and standard error, a pipe each
   kMerged,      // one pipe for both, read as `out`
-  kTerminal,    // one terminal for both, read as `out`
+  kTerminal,    // a terminal for both and for standard input, which controls the process; read as `out`
   kFull,        // standard output takes nothing, as on a full disk
   kClosedPipe,  // nobody reads standard output
 };
@@ -26,7 +26,7 @@ struct Outcome {
   std::string err;
 };
 
-// Its standard input is a pipe that this object holds. The destructor kills what still runs.
+// Its standard input is a pipe that this object holds, unless it is a terminal. The destructor kills what still runs.
 class Process {
  public:
   // `environment`: "NAME=value" settings on top of this process's own. A name without "=" is taken out of it.
@@ -42,8 +42,14 @@ class Process {
   bool AwaitStop() const;
   pid_t Pid() const { return pid; }
 
+  // Of a terminal.
+  void Type(const std::string& keys) const;
+  void Resize(unsigned short rows, unsigned short columns) const;
+
   // The next line of `out`, without its end; empty when it ends before, or nothing comes for a minute.
   std::string ReadLine();
+  // What there is of `out` up to the end of the first `part`, or all that came before it ended or a minute passed.
+  std::string ReadUntil(const std::string& part);
   // The next lines of `out`, up to and including the first that contains `part`, or an empty one where none does.
   std::vector<std::string> ReadLinesUntil(const std::string& part);
 
@@ -55,6 +61,9 @@ class Process {
   fenk::UniqueFd input;
   fenk::UniqueFd out;
   fenk::UniqueFd err;
+  // Where `part` begins in `unread`, once it is there; npos when `out` ends before, or nothing comes for a minute.
+  std::string::size_type Await(const std::string& part);
+
   std::string unread;  // of `out`
 };
 
