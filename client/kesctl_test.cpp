@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "client/kesctl_process.h"
@@ -262,43 +259,6 @@ TEST(KesctlScan, TellsItsFailuresApart) {
   EXPECT_EQ(nobody.exitCode, 3);
   EXPECT_TRUE(Has(nobody.err, "no daemon answers at /nonexistent/socket: No such file or directory.")) << nobody.err;
   EXPECT_TRUE(Has(nobody.err, "Is kesd running? Start it")) << nobody.err;
-}
-
-TEST(KesctlScan, WritesACaptureWholeOrNotAtAll) {
-  const testing_process::TemporaryDirectory directory;
-  const auto scanTo = [](const std::string& path, const std::string& socket) {
-    return RunKesctl({"--socket", socket, "scan", "--pcap", path});
-  };
-  const std::string file = directory.path / "scan.pcap";
-  std::ofstream(file) << "before";
-  // Nobody scans for a capture that cannot be written; without a scan everything stays as it was.
-  for (const std::string path :
-       {directory.path / "none" / "scan.pcap", directory.path, std::filesystem::path("/dev/null")}) {
-    const Outcome outcome = scanTo(path, "/nonexistent/socket");
-    EXPECT_EQ(outcome.exitCode, 1) << path;
-    EXPECT_TRUE(Has(outcome.err, "cannot write the capture " + path + ": ")) << outcome.err;
-  }
-  EXPECT_EQ(scanTo(file, "/nonexistent/socket").exitCode, 3);
-  EXPECT_EQ(std::filesystem::file_size(file), 6u);
-
-  // A measurement that is longer than a packet may be is cut; no measurement is a capture, too.
-  TestResult endless = Neighbourhood();
-  std::vector<uint8_t> elements;
-  for (int i = 0; i < 1100; ++i) elements.insert(elements.end(), {221, 253}), elements.resize(elements.size() + 253);
-  endless.Add({0x02, 0, 0x5E, 0x10, 0, 5}, "", 5180, -4000, elements);
-  const struct {
-    TestResult result;
-    std::size_t size;
-  } cases[] = {{endless, 24 + 4 * (16 + 36) + 3 * 13 + 12 + 10 + 7 + 4 + 2 + 16 + 262'144}, {TestResult{}, 24}};
-  const mode_t mask = umask(027);
-  for (const auto& [result, size] : cases) {
-    StandInDaemon daemon(Answer::kResult, result);
-    EXPECT_EQ(scanTo(file, daemon.SocketPath()).exitCode, 0);
-    EXPECT_EQ(std::filesystem::file_size(file), size);
-    EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms{0640});
-  }
-  umask(mask);
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path), {}), 1);
 }
 
 TEST(KesctlScan, SaysThatItsOutputWentNowhere) {

@@ -1,12 +1,13 @@
 #include "client/scan_capture.h"
 
 #include <pcap/pcap.h>
-#include <time.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <limits>
 #include <memory>
 #include <new>
