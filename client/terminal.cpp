@@ -1,6 +1,5 @@
 #include "client/terminal.h"
 
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>

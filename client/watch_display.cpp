@@ -1,11 +1,11 @@
 #include "client/watch_display.h"
 
 #include <langinfo.h>
-#include <locale.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <clocale>
 #include <string_view>
 
 #include "client/console.h"

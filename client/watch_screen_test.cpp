@@ -73,7 +73,7 @@ TEST(WatchScreen, FitsEverySize) {
     result.measurements.push_back(Heard(i, "\xec\x99\x80\xec\x9d\xb4 e\xcc\x81\x1b[2J", -5000 - i));
   history.Add(std::move(result), kNow);
   const WatchState state{.scans = 7, .interval = std::chrono::milliseconds(2500), .trouble = "lost \x1b[1m"};
-  for (const std::size_t rows : {1, 2, 3, 4, 10, 22, 23, 24, 60}) {
+  for (const std::size_t rows : {1u, 2u, 3u, 4u, 10u, 22u, 23u, 24u, 60u}) {
     for (std::size_t columns = 1; columns < 130; ++columns) {
       const std::vector<std::string> lines = WatchLines(history, state, {rows, columns}, kNow, true);
       ASSERT_LE(lines.size(), rows);
