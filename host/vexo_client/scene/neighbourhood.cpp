@@ -142,13 +142,12 @@ std::vector<AccessPoint> MakeNeighbourhood(uint32_t count, uint64_t seed) {
 double Distance(const Position& a, const Position& b) { return std::hypot(a.x - b.x, a.y - b.y, a.z - b.z); }
 
 int32_t SignalMbm(const AccessPoint& ap, uint64_t seed) {
-  constexpr double kExponent = 2.8;    // of the path loss, indoors and through a few walls
-  constexpr double kShadowingDb = 3;   // standard deviation
-  constexpr double kWeakestDbm = -95;  // what a receiver can still decode
+  constexpr double kExponent = 2.8;   // of the path loss, indoors and through a few walls
+  constexpr double kShadowingDb = 3;  // standard deviation
   const double freeSpaceAt1m = 20 * std::log10(ap.frequencyMhz) - 27.55;
   const double loss = freeSpaceAt1m + 10 * kExponent * std::log10(std::max(1.0, Distance(ap.position, kListener)));
   const double received = ap.transmitDbm - loss + kShadowingDb * Noise(seed, kSignalStream ^ ap.bssid).Normal();
-  return static_cast<int32_t>(std::lround(100 * std::max(kWeakestDbm, received)));
+  return std::max(kWeakestSignalMbm, static_cast<int32_t>(std::lround(100 * received)));
 }
 
 }  // namespace vexo_host

@@ -22,7 +22,11 @@ std::vector<AccessPoint> MakeNeighbourhood(uint32_t count, uint64_t seed);
 // Metres.
 double Distance(const Position& a, const Position& b);
 
+// What a receiver can still decode.
+inline constexpr int32_t kWeakestSignalMbm = -9500;
+
 // What the listener receives of it, in 1/100 dBm: log-distance path loss and a shadowing that is the same each time.
+// Never below the weakest.
 int32_t SignalMbm(const AccessPoint& ap, uint64_t seed);
 
 }  // namespace vexo_host

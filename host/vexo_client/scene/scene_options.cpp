@@ -2,11 +2,13 @@
 
 #include <charconv>
 #include <limits>
+#include <span>
 
 namespace vexo_host {
 namespace {
 
 constexpr uint64_t kMaxDelayMs = 600'000;
+constexpr uint64_t kMaxFadingDb = 20;
 
 struct Option {
   std::string_view key;
@@ -17,7 +19,7 @@ struct Option {
 
 std::string Quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
 
-bool ParseOne(std::string_view item, Option (&known)[3], std::string& error) {
+bool ParseOne(std::string_view item, std::span<Option> known, std::string& error) {
   const size_t equals = item.find('=');
   if (equals == std::string_view::npos) return error = Quoted(item) + " is not of the form KEY=VALUE", false;
   const std::string_view value = item.substr(equals + 1);
@@ -38,7 +40,10 @@ bool ParseOne(std::string_view item, Option (&known)[3], std::string& error) {
 }  // namespace
 
 bool ParseSceneOptions(std::string_view text, SceneOptions& options, std::string& error) {
-  Option known[] = {{"aps", kMaxAccessPoints}, {"seed", std::numeric_limits<uint64_t>::max()}, {"delay", kMaxDelayMs}};
+  Option known[] = {{"aps", kMaxAccessPoints},
+                    {"seed", std::numeric_limits<uint64_t>::max()},
+                    {"delay", kMaxDelayMs},
+                    {"fading", kMaxFadingDb}};
   for (bool more = true; more;) {
     const size_t comma = text.find(',');
     if (!ParseOne(text.substr(0, comma), known, error)) return false;
@@ -48,6 +53,7 @@ bool ParseSceneOptions(std::string_view text, SceneOptions& options, std::string
   if (known[0].given) options.accessPoints = static_cast<uint32_t>(known[0].value);
   if (known[1].given) options.seed = known[1].value;
   if (known[2].given) options.delay = std::chrono::milliseconds(known[2].value);
+  if (known[3].given) options.fadingDb = static_cast<uint32_t>(known[3].value);
   return true;
 }
 

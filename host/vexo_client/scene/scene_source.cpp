@@ -1,5 +1,6 @@
 #include "host/vexo_client/scene/scene_source.h"
 
+#include <cmath>
 #include <new>
 #include <utility>
 
@@ -13,6 +14,9 @@ namespace {
 using wifi::ScanStatus;
 
 constexpr uint64_t kUptimeStream = 1ull << 41;  // of the noise
+constexpr uint64_t kFadingStream = 1ull << 42;
+constexpr int kFadingStreamBits = 43;  // above them the stream's number counts steps of time
+constexpr std::chrono::microseconds kFadingStep = std::chrono::seconds(5);
 constexpr uint32_t kLongestUptimeS = 90 * 24 * 60 * 60;
 constexpr uint16_t kBeaconIntervalTu = 100;
 constexpr std::chrono::microseconds kBeaconInterval{kBeaconIntervalTu * 1024};
@@ -58,7 +62,7 @@ BssList SceneSource::Listen(const DiscoveryQuery& query) {
   bool other = false;  // than all of the latest
   for (size_t i = 0; i < accessPoints.size(); ++i) {
     const AccessPoint& ap = accessPoints[i];
-    const bool heard = query.filters.AdmitsFrequency(ap.frequencyMhz);
+    const bool heard = query.filters.AdmitsFrequency(ap.frequencyMhz) && (*latest)[i]->signalMbm >= kWeakestSignalMbm;
     const bool answers = heard && AnswersProbe(ap, query);
     if (!other && heard && !answers) continue;
     if (!std::exchange(other, true)) found->assign(latest->begin(), latest->begin() + static_cast<ptrdiff_t>(i));
@@ -89,6 +93,20 @@ bool SceneSource::AnswersProbe(const AccessPoint& ap, const DiscoveryQuery& quer
          query.filters.ListsSsid(Ssid(ap.ssid.begin(), ap.ssid.end()));
 }
 
+// From step to step the fading goes from one normally distributed number straight to the next one.
+int32_t SceneSource::FadedSignalMbm(const AccessPoint& ap, std::chrono::microseconds listening) const {
+  const int32_t signal = SignalMbm(ap, options.seed);
+  if (options.fadingDb == 0) return signal;
+  const auto step = static_cast<uint64_t>(listening / kFadingStep);
+  const auto at = [&](uint64_t which) {
+    return Noise(options.seed, (kFadingStream ^ ap.bssid) + (which << kFadingStreamBits)).Normal();
+  };
+  const double share =
+      static_cast<double>((listening % kFadingStep).count()) / static_cast<double>(kFadingStep.count());
+  return signal +
+         static_cast<int32_t>(std::lround(100.0 * options.fadingDb * std::lerp(at(step), at(step + 1), share)));
+}
+
 Bss SceneSource::Hear(const AccessPoint& ap, bool answersProbe, std::chrono::steady_clock::time_point now) const {
   const Ssid ssid(ap.ssid.begin(), ap.ssid.end());
   Bss bss;
@@ -99,10 +117,10 @@ Bss SceneSource::Hear(const AccessPoint& ap, bool answersProbe, std::chrono::ste
     bss.ssid.emplace(ap.ssidInBeacon == SsidInBeacon::kZeroed ? ssid.size() : 0);
   }
   bss.frequencyMhz = ap.frequencyMhz;
-  bss.signalMbm = SignalMbm(ap, options.seed);
-  const auto listening = std::chrono::duration_cast<std::chrono::microseconds>(now - begun).count();
+  const auto listening = std::chrono::duration_cast<std::chrono::microseconds>(now - begun);
+  bss.signalMbm = FadedSignalMbm(ap, listening);
   const uint64_t uptimeUs = Noise(options.seed, kUptimeStream ^ ap.bssid).Below(kLongestUptimeS) * 1'000'000ull;
-  bss.timestampUs = uptimeUs + static_cast<uint64_t>(listening);
+  bss.timestampUs = uptimeUs + static_cast<uint64_t>(listening.count());
   bss.beaconIntervalTu = kBeaconIntervalTu;
   bss.capability = CapabilityOf(ap);
   bss.elements = ElementsOf(ap, answersProbe ? FrameKind::kProbeResponse : FrameKind::kBeacon);

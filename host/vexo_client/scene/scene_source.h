@@ -15,7 +15,8 @@
 namespace vexo_host {
 
 // Hears every access point on the channels asked for, and ranges every node asked for. The same options give the same
-// measurements, but for the timestamps, which run on, and the noise of ranging, which each round has of its own.
+// measurements, but for the timestamps, which run on, and the noise of ranging, which each round has of its own. With
+// fading, the signals of scans come and go.
 class SceneSource final : public MeasurementSource {
  public:
   // Throws std::bad_alloc.
@@ -33,6 +34,7 @@ class SceneSource final : public MeasurementSource {
   BssList LatestBeacons() KESD_EXCLUDES(mutex);
   static bool AnswersProbe(const AccessPoint& ap, const DiscoveryQuery& query);
   void Range(const RangingQuery& query, uint64_t round, const RangingDone& done) const noexcept;
+  int32_t FadedSignalMbm(const AccessPoint& ap, std::chrono::microseconds listening) const;
   Bss Hear(const AccessPoint& ap, bool answersProbe, std::chrono::steady_clock::time_point now) const;
 
   const SceneOptions options;

@@ -74,6 +74,23 @@ TEST(Scene, GivesTheSameMeasurementsForTheSameSeed) {
   EXPECT_GT(differences, 200);
 }
 
+TEST(Scene, LosesWhatFadesAway) {
+  SceneOptions options = Options(300);
+  const std::vector<Bss> steady = Scan(options);
+  options.fadingDb = 20;
+  const std::vector<Bss> faded = Scan(options);
+  EXPECT_LT(faded.size(), 290u);
+  EXPECT_GT(faded.size(), 150u);
+  int differences = 0;
+  for (const Bss& bss : faded) {
+    EXPECT_GE(bss.signalMbm, -9'500);
+    const int32_t difference = std::abs(bss.signalMbm - Find(steady, bss.bssid)->signalMbm);
+    EXPECT_LE(difference, 7'000);
+    if (difference > 500) ++differences;
+  }
+  EXPECT_GT(differences, 100);
+}
+
 // Lengths that the standard fixes, whoever sends the element.
 void ExpectTheStandardsLength(uint8_t id, std::span<const uint8_t> payload) {
   static const std::map<uint8_t, size_t> kFixed = {
