@@ -48,6 +48,10 @@ if(KESD_BUILD_TESTS)
   enable_testing()
   find_package(GTest REQUIRED)
   include(GoogleTest)
+  set(KESD_TEST_SECONDS 120)  # the longest that a test may take
+  if(CMAKE_CROSSCOMPILING)
+    set(KESD_TEST_SECONDS 600)  # an emulator is slow
+  endif()
 endif()
 
 # kesd_add_test(NAME SOURCES file... LIBRARIES target...): a GoogleTest program; each of its tests becomes a CTest test.
@@ -61,5 +65,5 @@ function(kesd_add_test name)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests
                                            INSTALL_RPATH "$ORIGIN/../lib/kesd")
   target_compile_definitions(${name} PRIVATE KESD_BINARY_DIR="${PROJECT_BINARY_DIR}" KESD_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${KESD_TEST_SECONDS})
 endfunction()

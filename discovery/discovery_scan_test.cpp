@@ -203,7 +203,6 @@ TEST_F(DiscoveryScan, ARequestThatCannotBeMadeOrSentUsesUpItsId) {
 
 // In a process of its own, where no client was made yet.
 TEST(DiscoveryScanDeathTest, NothingThatTheLibraryThrowsLeavesTheInvocation) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
         TheLibrary().createThrows = true;

@@ -49,7 +49,6 @@ class Dispatcher : public testing::Test {
 };
 
 TEST(DispatcherStartDeathTest, EndsTheProcessWhenNoClientCanBeMade) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
         TheLibrary().createFails = true;
@@ -62,7 +61,6 @@ TEST(DispatcherStartDeathTest, EndsTheProcessWhenNoClientCanBeMade) {
 }
 
 TEST(DispatcherStartDeathTest, MakesItsClientOnFirstUseAndTheFirstRequestIdIsOne) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
         const bool early = TheLibrary().listener != nullptr;

@@ -51,6 +51,21 @@ std::vector<char*> Pointers(const std::vector<std::string>& strings) {
   return pointers;
 }
 
+#ifdef KESD_EMULATOR
+// The build's programs are another processor's: both the one that is started and the one behind "--" that it starts.
+std::vector<std::string> Emulated(const std::vector<std::string>& arguments) {
+  std::vector<std::string> words;
+  for (const std::string& argument : arguments) {
+    const bool starts = words.empty() || words.back() == "--";
+    if (starts && argument.starts_with(KESD_BINARY_DIR "/")) words.insert(words.end(), {KESD_EMULATOR});
+    words.push_back(argument);
+  }
+  return words;
+}
+#else
+const std::vector<std::string>& Emulated(const std::vector<std::string>& arguments) { return arguments; }
+#endif
+
 }  // namespace
 
 Process::Process(const std::vector<std::string>& arguments, Output output,
@@ -61,7 +76,8 @@ Process::Process(const std::vector<std::string>& arguments, Output output,
   if (output == Output::kFull) outEnds.write.Reset(open("/dev/full", O_WRONLY | O_CLOEXEC));
   if (output == Output::kClosedPipe) outEnds.read.Reset(-1);
   const bool merged = output == Output::kMerged || output == Output::kTerminal;
-  const std::vector<char*> argv = Pointers(arguments);
+  const std::vector<std::string>& words = Emulated(arguments);
+  const std::vector<char*> argv = Pointers(words);
 
   pid = fork();
   if (pid == 0) {

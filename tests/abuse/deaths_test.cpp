@@ -82,12 +82,12 @@ void Storm(const WatchedDaemon& daemon, int clients) {
 
 TEST(Deaths, NothingIsLeftOfAStormOfClients) {
   WatchedDaemon daemon("scene:aps=3,delay=2");
-  Storm(daemon, kSanitized ? 200 : 1'000);  // what the first clients make it keep, such as memory for threads, stays
+  Storm(daemon, kHampered ? 200 : 1'000);  // what the first clients make it keep, such as memory for threads, stays
   EXPECT_TRUE(daemon.BecomesIdle());
   const uint64_t resident = daemon.ResidentBytes();
-  Storm(daemon, kSanitized ? 1'000 : 10'000);
+  Storm(daemon, kHampered ? 1'000 : 10'000);
   EXPECT_TRUE(daemon.BecomesIdle());
-  if (!kSanitized) {  // which keep what was freed, to look for its use
+  if (!kHampered) {
     EXPECT_TRUE(Await([&] { return daemon.ResidentBytes() * 20 <= resident * 21; }))
         << daemon.ResidentBytes() << " after " << resident;
   }

@@ -33,18 +33,21 @@ TEST(Stalls, StoppedClientsAreCutOffAndNobodyElseNoticesThem) {
   auto client = daemon.Connect();
   ASSERT_TRUE(client);
   int cutOff = 0;
-  for (const int count : {0, 1, kSanitized ? 20 : 100}) {
+  for (const int count : {0, 1, kHampered ? 20 : 100}) {
     SCOPED_TRACE(count);
+    const auto start = fenk::Clock::now();
     std::vector<Process> stalled = Stall(daemon, count);
     std::vector<std::chrono::nanoseconds> latencies;
-    for (int i = 0; i < (kSanitized ? 3 : 51); ++i) {
+    for (int i = 0; i < (kHampered ? 3 : 51); ++i) {
       const auto begun = fenk::Clock::now();
       const auto result = Scan(*client, {});
       latencies.push_back(fenk::Clock::now() - begun);
       ASSERT_TRUE(result);
       EXPECT_EQ(result->measurements.size(), 1000u);
     }
-    EXPECT_EQ(daemon.CutOff(), cutOff) << "the client had to wait for the end of a stalled one";
+    if (!kEmulated || fenk::Clock::now() - start < std::chrono::seconds(5)) {  // else one was cut off in any case
+      EXPECT_EQ(daemon.CutOff(), cutOff) << "the client had to wait for the end of a stalled one";
+    }
     std::nth_element(latencies.begin(), latencies.begin() + latencies.size() / 2, latencies.end());
     std::cout << "median beside " << count << " stalled clients: "
               << std::chrono::duration<double, std::milli>(latencies[latencies.size() / 2]).count() << " ms\n";

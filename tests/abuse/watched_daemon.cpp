@@ -146,7 +146,7 @@ void WatchedDaemon::ExpectEnds() {
     EXPECT_EQ(prlimit(Pid(), RLIMIT_NOFILE, &all, nullptr), 0);
   }
   EXPECT_TRUE(said.Await([](const Said& now) { return now.ended; }));
-  EXPECT_LT(fenk::Clock::now() - begun, std::chrono::seconds(kSanitized ? 20 : 2));
+  EXPECT_LT(fenk::Clock::now() - begun, std::chrono::seconds(kHampered ? 20 : 2));
   EXPECT_EQ(daemon.process.Finish().exitCode, 0) << said.Get().rest;
 }
 

@@ -25,6 +25,13 @@ inline constexpr bool kSanitized = __has_feature(address_sanitizer) || __has_fea
 #else
 inline constexpr bool kSanitized = false;
 #endif
+#ifdef KESD_EMULATOR
+inline constexpr bool kEmulated = true;
+#else
+inline constexpr bool kEmulated = false;
+#endif
+// Slow, and keeps what was freed: a sanitizer to look for its use, and QEMU 7.2 280 KiB of each thread for good.
+inline constexpr bool kHampered = kSanitized || kEmulated;
 
 class WatchedDaemon {
  public:

@@ -35,8 +35,8 @@ struct Sweep {
 };
 
 // A run is good when its process ends by itself with status 0 in time, and has by then given back every block and every
-// descriptor. Each allocation of the road is the first of 1, 2, 3 and 4 that fail, and of all until the window ends.
-// Reports to the test that calls it, and prints one line of figures.
+// descriptor. Each allocation of the road (a sample of them, in an emulator) is the first of 1, 2, 3 and 4 that fail,
+// and of all until the window ends. Reports to the test that calls it, and prints one line of figures.
 void Run(const char* name, const Sweep& sweep);
 
 }  // namespace faults

@@ -23,7 +23,11 @@ namespace {
 using scripted::TheLibrary;
 
 constexpr int kThreads = 8;
+#ifdef KESD_EMULATOR
+constexpr int kRequests = 100'000;
+#else
 constexpr int kRequests = 1'000'000;
+#endif
 
 // Retained and released once, and not touched since; `accepted` is false for a request that was refused.
 bool IsDone(const scripted::Callback& callback, bool accepted) {
