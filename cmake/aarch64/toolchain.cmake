@@ -1,7 +1,10 @@
 # Debian's compiler for AArch64, with the libraries of its arm64 in a folder of the build; programs run in QEMU.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
-set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
+if(NOT CMAKE_CXX_COMPILER)
+  set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
+endif()
+set(CMAKE_CXX_COMPILER_TARGET aarch64-linux-gnu)  # for clang++, which compiles for every processor
 
 cmake_path(SET CMAKE_SYSROOT NORMALIZE ${CMAKE_CURRENT_LIST_DIR}/../../build/aarch64-root)
 execute_process(COMMAND ${CMAKE_CURRENT_LIST_DIR}/fetch_root ${CMAKE_SYSROOT} COMMAND_ERROR_IS_FATAL ANY)
