@@ -24,7 +24,7 @@ constexpr unsigned kLongestRunS = 60;
 constexpr int kNoClientStatus = 255;
 
 #ifdef KESD_EMULATOR
-constexpr int kStep = 7;  // a sample is enough where each run takes half a second
+constexpr int kStep = 3;  // a sample is enough where each run takes half a second
 #else
 constexpr int kStep = 1;
 #endif
