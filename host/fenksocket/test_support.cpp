@@ -124,6 +124,15 @@ bool RawPeer::AwaitEnd() const {
   return false;
 }
 
+UniqueFd ConnectTo(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  UniqueFd connecting(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (connect(connecting.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) connecting.Reset(-1);
+  return connecting;
+}
+
 SocketPair::SocketPair() {
   int fds[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) abort();
@@ -146,19 +155,6 @@ ListeningSocket::ListeningSocket() {
 ListeningSocket::~ListeningSocket() {
   unlink(path.c_str());
   rmdir(directory.c_str());
-}
-
-bool ListeningSocket::Connect(const UniqueFd& connecting) const {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-  return connect(connecting.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-}
-
-UniqueFd ListeningSocket::Connect() const {
-  UniqueFd connecting(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!Connect(connecting)) connecting.Reset(-1);
-  return connecting;
 }
 
 std::size_t CountLines(const std::string& part) { return Count(Lines().Get(), part); }

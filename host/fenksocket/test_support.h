@@ -120,14 +120,15 @@ struct SocketPair {
   UniqueFd other;
 };
 
+// Not open when it cannot be connected; errno tells why.
+UniqueFd ConnectTo(const std::string& path);
+
 // A listening socket in a directory of its own; both go in the end.
 class ListeningSocket {
  public:
   ListeningSocket();
   ~ListeningSocket();
-  UniqueFd Connect() const;
-  // Connects a socket that was made before.
-  bool Connect(const UniqueFd& socket) const;
+  UniqueFd Connect() const { return ConnectTo(path); }
   int Fd() const { return socket.Get(); }
   const std::string& Path() const { return path; }
 

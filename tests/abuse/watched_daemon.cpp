@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include <csignal>
 #include <ctime>
@@ -68,15 +66,6 @@ void WatchedDaemon::ReadLog() {
   said.Update([](Said& now) { now.ended = true; });
 }
 
-fenk::UniqueFd WatchedDaemon::ConnectRaw() const {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  daemon.Socket().copy(address.sun_path, sizeof(address.sun_path) - 1);
-  fenk::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (connect(socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) socket.Reset(-1);
-  return socket;
-}
-
 testing_process::Process WatchedDaemon::Fork(std::size_t sendMost, std::size_t readMost, int signal) const {
   return testing_process::Process(
       {CLIENT_PROCESS, daemon.Socket(), std::to_string(sendMost), std::to_string(readMost), std::to_string(signal)});
@@ -91,11 +80,11 @@ WatchedDaemon::Use WatchedDaemon::InUse() {
 
 uint64_t WatchedDaemon::ResidentBytes() const {
   std::ifstream status("/proc/" + std::to_string(Pid()) + "/smaps_rollup");
-  for (std::string word; status >> word;) {
-    uint64_t kilobytes;
-    if (word == "Rss:" && status >> kilobytes) return kilobytes << 10;
-  }
-  return 0;
+  std::string word;
+  uint64_t kilobytes = 0;
+  while (status >> word && word != "Rss:") continue;
+  status >> kilobytes;
+  return kilobytes << 10;
 }
 
 std::chrono::nanoseconds WatchedDaemon::ProcessorTime() const {

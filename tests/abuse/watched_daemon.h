@@ -40,7 +40,7 @@ class WatchedDaemon {
   ~WatchedDaemon();
 
   kes::Result<kes::Client> Connect() const { return daemon.Connect(); }
-  fenk::UniqueFd ConnectRaw() const;
+  fenk::test::RawPeer ConnectRaw() const { return fenk::test::RawPeer(fenk::test::ConnectTo(daemon.Socket())); }
   // A client in a process of its own, see client_process.cpp.
   testing_process::Process Fork(std::size_t sendMost, std::size_t readMost, int signal) const;
   pid_t Pid() const { return daemon.process.Pid(); }
