@@ -146,27 +146,10 @@ TEST(Client, SendsTheNodesOfARangingRequestAsRecords) {
   parameters.retries = 9;
   request.nodes[1].mac = {0xFF, 0xFE, 0xFD, 0xFC, 0xFB, 0xFA};
 
-  using Bytes = std::vector<uint8_t>;
-  // clang-format off
-  const Bytes first{0x01, 0x00, 0x10, 0, 0x5E, 0x00, 0x02, 0,               // its address
-                    0x3C, 0x14, 0, 0, 0x5A, 0x14, 0, 0, 7, 0, 0, 0,         // frequencies, timeout
-                    3, 0, 0, 0,                                             // bandwidth
-                    0x0A, 0x00, 0x10, 0, 0x5E, 0x00, 0x02, 0,               // second address
-                    2, 0, 0, 0, 4, 0, 0, 0, 3, 0, 0, 0,                     // bursts, preamble, protocol
-                    0xFE, 0xFF, 0xFF, 0xFF, 8, 9, 0, 0};                    // period, frames, retries
-  const Bytes second{0xFA, 0xFB, 0xFC, 0, 0xFD, 0xFE, 0xFF, 0,
-                     0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-                     0, 0, 0, 0,
-                     0, 0, 0, 0, 0, 0, 0, 0,
-                     1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-                     0, 0, 0, 0, 0, 0, 0, 0};
-  // clang-format on
-  const Bytes rounds{0xFA, 0, 0, 0, 0xE8, 3, 0, 0, 0, 0, 0, 0};
-  const auto joined = [](std::initializer_list<Bytes> parts) {
-    Bytes all;
-    for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
-    return all;
-  };
+  // In the order of the record's members.
+  const RangingNodeRecord first{0x100001, 0x02005E, 5180, 5210, 7, 3, 0x10000A, 0x02005E, 2, 4, 3, -2, 8, 9, {}};
+  const RangingNodeRecord second{0xFCFBFA, 0xFFFEFD, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, {}};
+  const std::vector<PeriodicRangingNodeRecord> periodic{{first, 250, 1000, 0, {}}, {second, 250, 1000, 0, {}}};
 
   StandInDaemon daemon(Answer::kNothing);
   Result<Client> client = Client::Connect(daemon.SocketPath());
@@ -176,8 +159,8 @@ TEST(Client, SendsTheNodesOfARangingRequestAsRecords) {
   ASSERT_TRUE(client->StartRanging(request));
   ASSERT_TRUE(daemon.AwaitRequest(2));
   const std::vector<StandInDaemon::Request> sent = daemon.Requests();
-  const Images expected[] = {{joined({first, second}), {5, 4, 3, 2, 1, 0, 0, 0}},
-                             {joined({first, rounds, second, rounds}), {5, 4, 3, 2, 1, 0, 0, 0}}};
+  const Images expected[] = {{ImageOf(std::vector{first, second}), {5, 4, 3, 2, 1, 0, 0, 0}},
+                             {ImageOf(periodic), {5, 4, 3, 2, 1, 0, 0, 0}}};
   for (uint32_t operation = 0; operation < 2; ++operation) {
     EXPECT_EQ(sent[operation].service, SERVICE_ID_RANGING_SCAN);
     EXPECT_EQ(sent[operation].operation, operation);

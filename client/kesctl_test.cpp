@@ -20,7 +20,7 @@ TestResult Neighbourhood() {
   result.Add({0x02, 0, 0x5E, 0x10, 0, 2}, kInjection, 5955, wifi::kSignalUnknown, {0, 0, 255, 3, 35, 1, 2}, 0x0001);
   WifiScanMeasurement& hidden = result.Add({0x02, 0, 0x5E, 0x10, 0, 3}, "", 5180, -4000, {48, 2, 1, 0}, 0x0011);
   hidden.ssidValid = hidden.ssidCopied = 0;
-  result.Add({0x02, 0, 0x5E, 0x10, 0, 4}, "\xec\x99\x80\xec\x9d\xb4", 2437, -6550, {0, 0});
+  result.Add({0x02, 0, 0x5E, 0x10, 0, 4}, "\xec\x99\x80\xec\x9d\xb4", 2437, -6550, {0, 0}).beaconElementsLength = 9;
   return result;
 }
 
@@ -38,10 +38,10 @@ TEST(KesctlScan, PrintsATableWithTheStrongestFirst) {
   EXPECT_EQ(outcome.out,
             "BSSID              SSID                          MHz  CHAN  WIDTH  dBm  SECURITY         PHY  AGE\n"
             "02:00:5e:10:00:03  <hidden>                     5180    36     20  -40  WPA2-Enterprise  a    1.5 s\n"
-            "02:00:5e:10:00:04  \xec\x99\x80\xec\x9d\xb4                         2437     6      ?  -66  WEP              ?    1.5 s\n"
+            "02:00:5e:10:00:04  \xec\x99\x80\xec\x9d\xb4                         2437     6      ?  -66  ?                ?    1.5 s !\n"
             "02:00:5e:10:00:01  faint                        2412     1     20  -88  WEP              b    1.5 s\n"
             "02:00:5e:10:00:02  \\x1b]0;evil\\x07\\xe2\\x80\\xae  5955     1      ?    -  open             HE   1.5 s\n"
-            "4 access points\n");
+            "4 access points, 1 of them delivered in part (!)\n");
   // clang-format on
 }
 
@@ -94,10 +94,6 @@ TEST(KesctlScan, KeepsSsidsOutOfJsonTextThatAreNoTextAndMarksWhatDidNotArrive) {
   EXPECT_EQ(list[1]["ssid"], nullptr);
   EXPECT_EQ(list[1]["ssid_hex"], "0000");
   EXPECT_EQ(list[1]["incomplete"], true);
-
-  StandInDaemon again(Answer::kResult, result);
-  const std::string table = RunKesctl(ScanAt(again)).out;
-  EXPECT_TRUE(Has(table, " 1.5 s !\n2 access points, 1 of them delivered in part (!)\n")) << table;
 }
 
 TEST(KesctlScan, ListsElementsOnRequest) {
@@ -196,19 +192,18 @@ TEST(Kesctl, RefusesAWrongCommandLineAndNamesWhatIsWrong) {
 }
 
 TEST(Kesctl, HelpsOnStandardOutput) {
-  for (const std::vector<std::string>& arguments : {std::vector<std::string>{"--help"}, {"scan", "--help"}}) {
+  const std::pair<std::vector<std::string>, std::vector<const char*>> cases[] = {
+      {{"--help"}, {"Exit codes:", "130", "Examples:", "kesctl scan --band 5", "kesctl range --repeat 10"}},
+      {{"scan", "--help"}, {"Exit codes:", "kesctl scan --band 5"}},
+      {{"range", "--help"}, {"Exit codes:", "kesctl range --repeat 10", "delivers one result"}},
+      {{"--version"}, {"kesctl 0."}},
+  };
+  for (const auto& [arguments, parts] : cases) {
     const Outcome outcome = RunKesctl(arguments);
     EXPECT_EQ(outcome.exitCode, 0);
     EXPECT_EQ(outcome.err, "");
-    for (const char* part : {"Exit codes:", "130", "Examples:", "kesctl scan --band 5"}) {
-      EXPECT_TRUE(Has(outcome.out, part)) << part;
-    }
+    for (const char* part : parts) EXPECT_TRUE(Has(outcome.out, part)) << part;
   }
-  EXPECT_TRUE(Has(RunKesctl({"--help"}).out, "kesctl range --repeat 10"));
-  const Outcome range = RunKesctl({"range", "--help"});
-  EXPECT_EQ(range.exitCode, 0);
-  EXPECT_TRUE(Has(range.out, "kesctl range --repeat 10") && Has(range.out, "delivers one result")) << range.out;
-  EXPECT_TRUE(Has(RunKesctl({"--version"}).out, "kesctl 0."));
 }
 
 struct StatusCase {
@@ -229,7 +224,7 @@ TEST(KesctlScan, ShowsWhatABadScanFoundAndSaysSoInItsExitCode) {
     const Outcome outcome = RunKesctl(ScanAt(daemon));
     EXPECT_EQ(outcome.exitCode, c.exitCode);
     EXPECT_EQ(Lines(outcome.out).front(), "scan status " + std::to_string(c.status) + ": " + c.name);
-    EXPECT_EQ(Lines(outcome.out).back(), "4 access points");
+    EXPECT_TRUE(Lines(outcome.out).back().starts_with("4 access points"));
     EXPECT_TRUE(Has(outcome.err, c.name)) << outcome.err;
   }
 }
