@@ -77,22 +77,6 @@ TEST(MarshalCommon, CopiesEachInfoValueToItsPlace) {
   EXPECT_EQ(data.scanMeasurements[0].infoCount, 2);
 }
 
-TEST(MarshalCommon, SsidIsCopiedWhenItIsValid) {
-  Plain measurement;
-  CommonResponseData data;
-  MarshalCommon(data, &measurement);
-  measurement.ssid.setSSID(reinterpret_cast<const unsigned char*>("a\0b"), 3);
-  MarshalCommon(data, &measurement);
-  const WifiScanMeasurement& without = data.scanMeasurements[0];
-  EXPECT_EQ(without.ssidValid + without.ssidCopied + without.ssidLength, 0);
-  EXPECT_EQ(Bytes(without.ssid, without.ssid + 32), Bytes(32));
-  const WifiScanMeasurement& with = data.scanMeasurements[1];
-  EXPECT_EQ(with.ssidValid, 1);
-  EXPECT_EQ(with.ssidCopied, 1);
-  EXPECT_EQ(with.ssidLength, 3);
-  EXPECT_EQ(Bytes(with.ssid, with.ssid + 4), (Bytes{'a', 0, 'b', 0}));
-}
-
 TEST(MarshalCommon, ReferencesCountOnFromWhatIsThere) {
   Plain first, second;
   first.AddInfos(5, 100);

@@ -27,29 +27,18 @@ struct Invocation : scripted::Invocation {
   }
 };
 
-// What the library was sent, whichever of the two kinds it was.
-struct Sent {
-  uint32_t id = 0;
-  int64_t ts = 0;
-  bool periodic = false;
-  std::vector<zv_loc_fw::VEXOPeriodicNodeInfo> nodes;
-};
-
 class RangingScan : public testing::Test {
  protected:
   void SetUp() override {
     counter = &VexoDispatcher::Get().requestIdCounter;
     TheLibrary().Reset();
     TheLibrary().onSend = [this](zv_loc_fw::VEXORequest& request) {
-      sent = {};
-      sent.id = request.getRequestId();
+      sent = {.id = request.getRequestId()};
       const auto note = [this](const auto& ranging) {
         sent.ts = ranging.ts;
         for (uint32_t i = 0; i < ranging.nodes.count; ++i) {
-          zv_loc_fw::VEXOPeriodicNodeInfo node;
-          static_cast<std::remove_const_t<std::remove_reference_t<decltype(ranging.nodes[i])>>&>(node) =
-              ranging.nodes[i];
-          sent.nodes.push_back(node);
+          using Node = std::remove_cvref_t<decltype(ranging.nodes[i])>;
+          static_cast<Node&>(sent.nodes.emplace_back()) = ranging.nodes[i];
         }
       };
       if (const auto* once = dynamic_cast<zv_loc_fw::VEXORangingScanRequest*>(&request)) return note(*once);
@@ -59,37 +48,29 @@ class RangingScan : public testing::Test {
     scripted::TakeLog();
   }
   std::atomic<uint32_t>* counter;
-  Sent sent;
+  // What the library was sent, whichever of the two kinds it was.
+  struct {
+    uint32_t id = 0;
+    int64_t ts = 0;
+    bool periodic = false;
+    std::vector<zv_loc_fw::VEXOPeriodicNodeInfo> nodes = {};
+  } sent;
 };
 
-PeriodicRangingNodeRecord FullRecord() {
-  return {.node = {.lo24 = 0x010203,
-                   .hi24 = 0x040506,
-                   .value1 = -1,
-                   .value2 = 2,
-                   .value3 = 3,
-                   .choice1 = 5,
-                   .secondLo24 = 0x0708,
-                   .secondHi24 = 0x090A,
-                   .choice2 = 3,
-                   .choice3 = 4,
-                   .choice4 = 3,
-                   .value4 = -4,
-                   .byte1 = 0xB1,
-                   .byte2 = 0xB2,
-                   .reserved = {0xFF, 0xFF}},
-          .value5 = 5,
-          .value6 = -6,
-          .byte3 = 0xB3,
-          .reserved = {0xFF, 0xFF, 0xFF}};
-}
+// Its members in their order, a value of its own in each.
+const PeriodicRangingNodeRecord kFull = {
+    {0x010203, 0x040506, -1, 2, 3, 5, 0x0708, 0x090A, 3, 4, 3, -4, 0xB1, 0xB2, {0xFF, 0xFF}},
+    5,
+    -6,
+    0xB3,
+    {0xFF, 0xFF, 0xFF}};
 
 TEST_F(RangingScan, EveryFieldOfANodeReachesTheMemberOfItsName) {
   const zv_loc_fw::VEXOPeriodicNodeInfo asMade;
   for (const uint32_t op : {0x30000u | kStartRangingScan, 0x10000u | kStartPeriodicRangingScan}) {
     const bool periodic = (op & 1) != 0;
     Invocation invocation;
-    invocation.nodes = periodic ? scripted::BytesOf(FullRecord()) : scripted::BytesOf(FullRecord().node);
+    invocation.nodes = periodic ? scripted::BytesOf(kFull) : scripted::BytesOf(kFull.node);
     invocation.params = scripted::BytesOf(int64_t{-5'000'000'000});
     EXPECT_EQ(invocation.Run(op), OBJECT_OK);
     EXPECT_TRUE(invocation.HandleWritten());

@@ -1,4 +1,4 @@
-// How often the daemon asks for memory on each of its roads, and what for; and what happens when there is none.
+// How often the daemon asks for memory for a request, and what for; and what happens when there is none.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -72,9 +72,6 @@ class Request {
     handle = args.back().object;
     return allocations;
   }
-  int Answer(zv_loc_fw::VEXOResponse& response) {
-    return CountAllocations([&] { TheLibrary().listener->responseReceived(&response); });
-  }
   int LetGo() {
     return CountAllocations([&] { ObjectRelease(handle); });
   }
@@ -130,17 +127,6 @@ const struct RequestCase {
     {"periodic ranging, a node", kPeriodicRanging, {kPeriodicNode, kTs}, 3 + 2},
 };
 
-TEST_F(Allocations, OfARequestAreItsEntryItsHandleItsListsAndWhatTheLibraryCopies) {
-  for (const auto& c : kRequests) {
-    SCOPED_TRACE(c.name);
-    Request request;
-    EXPECT_EQ(request.Start(c.operation, c.buffers), c.allocations);
-    ASSERT_EQ(request.result, OBJECT_OK);
-    EXPECT_EQ(request.LetGo(), 0) << "an abort needs no memory";
-    EXPECT_EQ(request.callback.releases, 1);
-  }
-}
-
 // Whatever there is no memory for: the request is sent, perhaps with less in its lists, or refused without a trace.
 TEST_F(Allocations, ThatFailRefuseARequestOrShortenItsLists) {
   for (const auto& c : kRequests) {
@@ -159,78 +145,9 @@ TEST_F(Allocations, ThatFailRefuseARequestOrShortenItsLists) {
       EXPECT_EQ(request.callback.releases, sent);
       EXPECT_EQ(next.Start(c.operation, c.buffers), c.allocations);
       EXPECT_EQ(next.result, OBJECT_OK);
-      next.LetGo();
+      EXPECT_EQ(next.LetGo(), 0) << "an abort needs no memory";
       return allocations;
     });
-  }
-}
-
-TEST_F(Allocations, OfARequestThatIsRefusedAreThoseUpToItsRefusal) {
-  Request malformed, unknown, refused;
-  EXPECT_EQ(malformed.Start({SERVICE_ID_DISCOVERY_SCAN, 1, kStartDiscoveryScanCounts}, {Mode(0), {}, {}, {}}), 0);
-  EXPECT_EQ(unknown.Start(kDiscovery, {Mode(4), {}, {}, {}}), 0);
-  TheLibrary().sendResult = -1;
-  EXPECT_EQ(refused.Start(kDiscovery, {Mode(0), {}, {}, {}}), 2) << "obtained before the library is asked";
-}
-
-// `Kind`s of measurement, each with an info record, two addresses where it has any, and `octets` in its byte list.
-template <typename Kind>
-struct Measurements {
-  Measurements(uint32_t count, int octets) {
-    for (uint32_t i = 0; i < count; ++i) {
-      auto& measurement = all.emplace_back();
-      zv_loc_fw::VEXOMacAddress address;
-      address.setMac(1, static_cast<int>(i));
-      measurement.bssid = address;
-      measurement.AddInfos(1, i);
-      for (int j = 0; j < octets; ++j) measurement.byteList.push_back(static_cast<signed char>(j % 100));
-      if constexpr (requires { measurement.macList; }) {
-        for (int j = 0; j < 2; ++j) measurement.macList.push_back(address);
-      }
-    }
-  }
-  template <typename Response>
-  void AppendTo(Response& response) {
-    for (auto& measurement : all) response.measurements.push_back(&measurement);
-  }
-  std::deque<scripted::Measurement<Kind>> all;
-};
-
-TEST_F(Allocations, OfAResultAreTheBlocksOfItsArrays) {
-  const struct {
-    const char* name;
-    uint32_t measurements;
-    int octets;  // of each
-    int discovery, ranging;
-  } kCases[] = {
-      {"nothing", 0, 0, 0, 0},
-      // A block of 64 for each array that is not empty, the addresses' being the fourth.
-      {"one", 1, 1, 3, 4},
-      {"no octets", 20, 0, 2, 3},
-      // The octets begin with a block of 64, too, and have 4,096 after 7; how many there will be, nothing tells.
-      {"20", 20, 200, 2 + 7, 3 + 7},
-      // 128 records and infos, the second block each; 256 addresses, the third; 16,384 octets, the ninth.
-      {"80", 80, 200, 2 + 2 + 9, 2 + 2 + 3 + 9},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.name);
-    Request discovery, ranging;
-    ASSERT_EQ(discovery.Start(kDiscovery, {Mode(0), {}, {}, {}}), 2);
-    Measurements<zv_loc_fw::VEXOFullBeaconScanMeasurement> beacons(c.measurements, c.octets);
-    zv_loc_fw::VEXODiscoveryScanResponse found(VexoDispatcher::Get().requestIdCounter);
-    beacons.AppendTo(found);
-    EXPECT_EQ(discovery.Answer(found), c.discovery);
-    EXPECT_EQ(discovery.callback.deliveries, 1);
-    EXPECT_EQ(discovery.Answer(found), 0) << "nobody waits for it any more";
-    EXPECT_EQ(discovery.LetGo(), 0);
-
-    ASSERT_EQ(ranging.Start(kRanging, {{}, Bytes(8)}), 3);
-    Measurements<zv_loc_fw::VEXORangingScanMeasurement> ranged(c.measurements, c.octets);
-    zv_loc_fw::VEXORangingScanResponse distances(VexoDispatcher::Get().requestIdCounter);
-    ranged.AppendTo(distances);
-    EXPECT_EQ(ranging.Answer(distances), c.ranging);
-    EXPECT_EQ(ranging.callback.deliveries, 1);
-    EXPECT_EQ(ranging.LetGo(), 0);
   }
 }
 
