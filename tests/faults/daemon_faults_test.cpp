@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -26,23 +27,6 @@ constexpr int64_t kNoTimeout = 3'600'000;
 constexpr kes::MacAddress kFirst{0x02, 0xA0, 0xC9, 0x11, 0x45, 0x01}, kSecond{0x02, 0xA0, 0xC9, 0x11, 0x45, 0x05},
     kCaptured{2, 0, 0, 0, 0, 1};
 
-template <typename Scan, typename Request>
-struct Question {
-  kes::Result<Scan> (kes::Client::*start)(const Request&);
-  Request request;
-  std::size_t measurements;
-  ScanStatus status = ScanStatus::kOk;
-};
-
-Question<kes::DiscoveryScan, kes::DiscoveryRequest> Discovery(kes::DiscoveryRequest request, std::size_t measurements,
-                                                              ScanStatus status = ScanStatus::kOk) {
-  return {&kes::Client::StartDiscovery, std::move(request), measurements, status};
-}
-Question<kes::RangingScan, kes::RangingRequest> Ranging(kes::RangingRequest request) {
-  const std::size_t nodes = request.nodes.size();
-  return {&kes::Client::StartRanging, std::move(request), nodes, ScanStatus::kOk};
-}
-
 enum class Outcome { kWhole, kInPart, kRefused, kLost };
 
 // The ways in which a client may learn that memory was short somewhere, or that the service has ended.
@@ -63,13 +47,13 @@ Outcome OutcomeOf(const kes::Error& error) {
   }
 }
 
-template <typename Scan, typename Request>
-Outcome Ask(kes::Client& client, const Question<Scan, Request>& question) {
-  kes::Result<Scan> scan = (client.*question.start)(question.request);
+// `measurements`, `status`: what it has when all is well.
+template <typename Scan>
+Outcome Await(kes::Result<Scan> scan, std::size_t measurements, ScanStatus status) {
   if (!scan) return OutcomeOf(scan.GetError());
   const auto result = scan->Wait(fenk::Clock::now() + kPatience, -1);
   if (!result) return OutcomeOf(result.GetError());
-  bool whole = result->status == question.status && result->measurements.size() == question.measurements;
+  bool whole = result->status == status && result->measurements.size() == measurements;
   for (const auto& measurement : result->measurements) {
     whole = whole && !measurement.incomplete;
     Require(measurement.bssid == kFirst || measurement.bssid == kSecond || measurement.bssid == kCaptured,
@@ -77,11 +61,28 @@ Outcome Ask(kes::Client& client, const Question<Scan, Request>& question) {
   }
   // A request whose list found no memory asks for less, or filters less.
   Require(result->measurements.size() <= 2, "no more is delivered than there is");
-  Require(whole || result->status == question.status || result->status == ScanStatus::kFailed ||
+  Require(whole || result->status == status || result->status == ScanStatus::kFailed ||
               result->status == ScanStatus::kTimedOut || result->status == ScanStatus::kInvalidRequest ||
               result->status == ScanStatus::kUnavailable,
           "the status tells of a failure");
   return whole ? Outcome::kWhole : Outcome::kInPart;
+}
+
+// A request from start to result.
+using Question = std::function<Outcome(kes::Client&)>;
+
+Question Discovery(const kes::DiscoveryRequest& request, std::size_t measurements,
+                   ScanStatus status = ScanStatus::kOk) {
+  return [=](kes::Client& client) { return Await(client.StartDiscovery(request), measurements, status); };
+}
+
+Question Ranging(const kes::RangingRequest& request) {
+  return [=](kes::Client& client) {
+    const Outcome outcome = Await(client.StartRanging(request), request.nodes.size(), ScanStatus::kOk);
+    const bool another = request.periodic && outcome == Outcome::kWhole;
+    Require(!another || faults::lastRound.Wait(fenk::Clock::now() + kPatience), "every round ends");
+    return outcome;
+  };
 }
 
 kes::DiscoveryRequest Mode(wifi::RequestMode mode) {
@@ -106,16 +107,15 @@ kes::RangingRequest TwoNodes() {
   return request;
 }
 
-const auto kCacheOnly = Discovery(Mode(wifi::RequestMode::kCacheOnly), 0);
+const Question kCacheOnly = Discovery(Mode(wifi::RequestMode::kCacheOnly), 0);
 
 // Once memory is back, the next request works; only a connection may have ended meanwhile.
-template <typename Asked>
-void RequireThatTheNextWorks(const Daemon& daemon, std::optional<kes::Client>& client, const Asked& question) {
-  if (client && Ask(*client, question) == Outcome::kWhole) return;
+void RequireThatTheNextWorks(const Daemon& daemon, std::optional<kes::Client>& client, const Question& ask) {
+  if (client && ask(*client) == Outcome::kWhole) return;
   client.reset();
   auto again = daemon.Connect();
   Require(static_cast<bool>(again), "the daemon can be reached again");
-  Require(Ask(*again, question) == Outcome::kWhole, "the next request is answered in full");
+  Require(ask(*again) == Outcome::kWhole, "the next request is answered in full");
 }
 
 struct Scene {
@@ -124,9 +124,8 @@ struct Scene {
   bool cacheFilled = false;
 };
 
-// One request, with the fault anywhere between its start and its result.
-template <typename Asked>
-void SweepRequest(const char* name, const Scene& scene, const Asked& question, const Asked& next) {
+// One request, with the fault anywhere between its start and its result. `next`: what is asked after it.
+void SweepRequest(const char* name, const Scene& scene, const Question& ask, const Question& next) {
   const auto road = [&](const Fault& fault) {
     Daemon daemon(scene.source);
     Require(daemon.Start(), "the service starts");
@@ -134,16 +133,12 @@ void SweepRequest(const char* name, const Scene& scene, const Asked& question, c
     auto connected = daemon.Connect();
     Require(static_cast<bool>(connected), "a client can connect");
     std::optional<kes::Client> client(std::move(*connected));
-    if (scene.warm) Require(Ask(*client, kCacheOnly) == Outcome::kWhole, "the daemon warms up");
-    if (scene.cacheFilled) Require(Ask(*client, Discovery({}, 2)) == Outcome::kWhole, "the cache is filled");
+    if (scene.warm) Require(kCacheOnly(*client) == Outcome::kWhole, "the daemon warms up");
+    if (scene.cacheFilled) Require(Discovery({}, 2)(*client) == Outcome::kWhole, "the cache is filled");
     Outcome outcome;
     {
       const FaultWindow window(fault);
-      outcome = Ask(*client, question);
-      if constexpr (requires { question.request.periodic; }) {
-        const bool another = question.request.periodic && outcome == Outcome::kWhole;
-        Require(!another || faults::lastRound.Wait(fenk::Clock::now() + kPatience), "every round ends");
-      }
+      outcome = ask(*client);
     }
     if (fault.failures == 0 && fault.event == nullptr) Require(outcome == Outcome::kWhole, "the result is whole");
     if (fault.event == nullptr) RequireThatTheNextWorks(daemon, client, next);
@@ -151,10 +146,7 @@ void SweepRequest(const char* name, const Scene& scene, const Asked& question, c
   faults::Run(name, {.road = road, .event = EndTheService, .mayEndTheProcess = !scene.warm});
 }
 
-template <typename Asked>
-void SweepRequest(const char* name, const Scene& scene, const Asked& question) {
-  SweepRequest(name, scene, question, question);
-}
+void SweepRequest(const char* name, const Scene& scene, const Question& ask) { SweepRequest(name, scene, ask, ask); }
 
 TEST(DaemonFaults, WhileTheServiceStarts) {
   faults::Run("start", {.road = [](const Fault& fault) {
@@ -206,22 +198,21 @@ TEST(DaemonFaults, DuringARequestOfTheCache) {
   SweepRequest("cache only", {.cacheFilled = true}, Discovery(Mode(wifi::RequestMode::kCacheOnly), 2));
   kes::DiscoveryRequest request = Mode(wifi::RequestMode::kCacheFallback);
   request.fallbackBelow = 2;
-  const auto fallback = Discovery(std::move(request), 2);
+  const Question fallback = Discovery(request, 2);
   SweepRequest("cache with fallback, from the cache", {.cacheFilled = true}, fallback);
   SweepRequest("cache with fallback, from a scan", {}, fallback);
 }
 
 TEST(DaemonFaults, DuringARequestThatTimesOut) {
-  const auto question = Discovery(Within(1), 0, ScanStatus::kTimedOut);
-  SweepRequest("timed out", {.source = "scene:aps=2,delay=600000"}, question, question);
+  SweepRequest("timed out", {.source = "scene:aps=2,delay=600000"}, Discovery(Within(1), 0, ScanStatus::kTimedOut));
 }
 
 TEST(DaemonFaults, DuringRanging) {
-  const auto once = Ranging(TwoNodes());
+  const Question once = Ranging(TwoNodes());
   SweepRequest("ranging", {}, once);
   kes::RangingRequest periodic = TwoNodes();
   periodic.periodic = kes::PeriodicRanging{100, 2};
-  SweepRequest("periodic ranging", {}, Ranging(std::move(periodic)), once);
+  SweepRequest("periodic ranging", {}, Ranging(periodic), once);
 }
 
 void SweepCapture(const char* name, const vexo_host::test::Bytes& file, ScanStatus status) {
@@ -253,7 +244,7 @@ void AbortAndEnd(const Fault& fault, bool inTheEnd) {
   daemon.Serve();
   auto client = daemon.Connect();
   Require(static_cast<bool>(client), "a client can connect");
-  Require(Ask(*client, kCacheOnly) == Outcome::kWhole, "the daemon warms up");
+  Require(kCacheOnly(*client) == Outcome::kWhole, "the daemon warms up");
   auto pending = client->StartRanging(TwoNodes());
   Require(static_cast<bool>(pending), "a request can be sent");
   const kes::DiscoveryRequest another = Within(kNoTimeout);
