@@ -5,7 +5,6 @@
 #include <sys/un.h>
 
 #include <fstream>
-#include <thread>
 
 #include "client/result_receiver.h"
 #include "client/stand_in_daemon.h"
@@ -57,22 +56,6 @@ TEST_F(ClientErrors, TellWhyThereIsNoConnection) {
   EXPECT_EQ(ConnectError(directory + "/datagrams"), ErrorKind::kProtocol);
   EXPECT_EQ(ConnectError(std::string(108, 'p')), ErrorKind::kInvalidArgument);
   EXPECT_EQ(ConnectError(""), ErrorKind::kInvalidArgument);
-}
-
-// What a peer that speaks something else makes of a client: `says` goes out as soon as it connects, then the end.
-TEST_F(ClientErrors, TellAPeerThatIsNoDaemon) {
-  for (const std::string& says :
-       {std::string(), std::string("HTTP/1.0 400 Bad Request\r\n\r\n"), std::string(4096, '\xff')}) {
-    const std::string path = directory + "/other" + std::to_string(says.size());
-    const fenk::UniqueFd other = Bind(path, SOCK_STREAM);
-    ASSERT_EQ(listen(other.Get(), 1), 0);
-    std::thread peer([&] {
-      const fenk::UniqueFd accepted(accept(other.Get(), nullptr, nullptr));
-      (void)!write(accepted.Get(), says.data(), says.size());
-    });
-    EXPECT_EQ(ConnectError(path), ErrorKind::kProtocol);
-    peer.join();
-  }
 }
 
 TEST(Client, SendsTheFourBuffersOfARequest) {

@@ -32,7 +32,10 @@ void Wait(kes::Result<Scan>& scan, bool abort) {
 
 void Run(const std::string& path, unsigned how) {
   auto client = kes::Client::Connect(path);
-  if (!client) return Require(!client.GetError().message.empty(), "a reason");
+  if (!client) {
+    return Require(client.GetError().kind == kes::ErrorKind::kProtocol && !client.GetError().message.empty(),
+                   "a reason");
+  }
   if (how % 2 == 0) {
     auto scan = client->StartDiscovery({});
     Wait(scan, how & 2);

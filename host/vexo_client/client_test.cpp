@@ -88,20 +88,6 @@ TEST_F(ClientTest, ReportsWhatTheSourceFoundOnceFiltered) {
   EXPECT_TRUE(report.heard[2].elements.empty());
 }
 
-TEST_F(ClientTest, PassesOnWhyTheSourceFailed) {
-  for (const ScanStatus status : {ScanStatus::kFailed, ScanStatus::kUnavailable, ScanStatus::kUnsupported}) {
-    const size_t scan = source->ScanCount();
-    ASSERT_EQ(client->Send(*Fresh(static_cast<uint32_t>(scan))), 0);
-    source->Answer(scan, status, {MakeBss(1, "one", 2412)});
-    const std::vector<Report> reports = listener.WaitFor(scan + 1);
-    ASSERT_EQ(reports.size(), scan + 1);
-    EXPECT_EQ(reports[scan].status, status);
-    EXPECT_TRUE(reports[scan].heard.empty());
-  }
-  ASSERT_EQ(client->Send(*CacheOnly(9)), 0);
-  EXPECT_TRUE(listener.WaitFor(4).at(3).heard.empty());  // a failed scan fills no cache
-}
-
 TEST_F(ClientTest, ServesTheCacheWithoutScanning) {
   FillCache({MakeBss(1, "one", 2412, milliseconds(10'000)), MakeBss(2, "two", 5180, milliseconds(100))});
   const struct {
@@ -143,12 +129,14 @@ TEST_F(ClientTest, FallsBackToAScanWhenTheCacheHoldsTooLittle) {
     ASSERT_EQ(reports.back().heard.size(), 1u);
     EXPECT_EQ(reports.back().heard[0].bssid, 7u);
   }
-  // When the scan fails, what the cache holds is better than nothing.
-  ASSERT_EQ(client->Send(*Fallback(3, 0, 100)), 0);
-  source->Answer(scan, ScanStatus::kUnavailable, {});
-  const Report report = listener.WaitFor(++scan).back();
-  EXPECT_EQ(report.status, ScanStatus::kUnavailable);
-  EXPECT_EQ(report.heard.size(), 3u);
+  // When the scan fails, what the cache holds is better than nothing; and a failed scan fills no cache.
+  for (const auto& [request, heard] : {std::pair(Fallback(3, 0, 100).release(), 3u), {Fresh(4).release(), 0u}}) {
+    ASSERT_EQ(client->Send(*RequestPointer(request)), 0);
+    source->Answer(scan, ScanStatus::kUnavailable, {MakeBss(8, "lost", 2412)});
+    const Report report = listener.WaitFor(++scan).back();
+    EXPECT_EQ(report.status, ScanStatus::kUnavailable);
+    EXPECT_EQ(report.heard.size(), heard);
+  }
 }
 
 TEST_F(ClientTest, AnswersWhenTheTimeoutHasPassedAndCachesTheLateResult) {

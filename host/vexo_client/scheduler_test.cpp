@@ -78,18 +78,6 @@ TEST(Scheduler, MakesNoMoreThreadsThanAdmitted) {
   for (int i = 3; i < 8; ++i) ASSERT_TRUE(began.try_acquire_for(kPatienceOfTests));
 }
 
-TEST(Scheduler, WorksOffABurstOfShortTasksWithFewThreads) {
-  constexpr int kTasks = 20'000;
-  std::latch done(kTasks), gate(1);
-  Scheduler scheduler;
-  ASSERT_TRUE(scheduler.Start());
-  ASSERT_TRUE(scheduler.At(Clock::now(), [&] { gate.wait(); }));
-  for (int i = 0; i < kTasks; ++i) ASSERT_TRUE(scheduler.At(Clock::now(), [&] { done.count_down(); }));
-  gate.count_down();
-  done.wait();
-  EXPECT_LT(scheduler.ThreadCount(), 64u);
-}
-
 TEST(Scheduler, ForgetsCancelledTasksAndWhatTheyOwn) {
   Scheduler scheduler;
   ASSERT_TRUE(scheduler.Start());

@@ -1,6 +1,5 @@
 #include "host/vexo_client/capture_reader.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -239,22 +238,6 @@ TEST(CaptureFiles, ThatCannotBeReadAreRefusedInOneLineWithTheReason) {
     EXPECT_NE(error.find(reason), std::string::npos) << error;
     EXPECT_EQ(error.find('\n'), std::string::npos) << error;
     EXPECT_EQ(contents.frames, 77u) << "contents of a refused file";
-  }
-}
-
-TEST(CaptureModule, ReadsThroughItsOneSymbolEachTimeItIsLoaded) {
-  const TemporaryDirectory directory;
-  const std::string path = directory.Write("capture", Pcap(kBare, {{kGood}}));
-  for (int time = 0; time < 3; ++time) {
-    void* module = dlopen(KESD_BINARY_DIR "/lib/kesd/libvexo_capture.so", RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(module, nullptr) << dlerror();
-    const auto read = reinterpret_cast<decltype(&vexo_read_capture)>(dlsym(module, "vexo_read_capture"));
-    ASSERT_NE(read, nullptr);
-    Reading reading;
-    reading.ok = read(path.c_str(), &reading.contents, &reading.error);
-    EXPECT_EQ(Summary(reading), "1='good' 0/0/0 of 1");
-    EXPECT_FALSE(read("/no/such/file", &reading.contents, &reading.error));
-    EXPECT_EQ(dlclose(module), 0);
   }
 }
 

@@ -26,8 +26,9 @@ RangingQuery QueryOf(uint64_t address, const RangingParameters& parameters = {},
   return {std::vector<zv_loc_fw::VEXONodeInfo>(times, node)};
 }
 
-std::vector<RangedPeer> Measure(const std::vector<AccessPoint>& accessPoints, const RangingQuery& query) {
-  return SceneRanging(accessPoints, kSeed).Measure(query, 0, milliseconds(250));
+std::vector<RangedPeer> Measure(const std::vector<AccessPoint>& accessPoints, const RangingQuery& query,
+                                uint64_t seed = kSeed) {
+  return SceneRanging(accessPoints, seed).Measure(query, 0, milliseconds(250));
 }
 
 const AccessPoint& Find(const std::vector<AccessPoint>& accessPoints, uint64_t bssid) {
@@ -155,6 +156,13 @@ TEST(SceneRanging, TellsTimeAndVarianceOfTheSameMeasurementAndMayMeasureLessThan
     negative += peer.values.distanceMm < 0;
   }
   EXPECT_NEAR(negative, 500, 80);
+}
+
+TEST(SceneRanging, GivesTheSameResultsForTheSameSeed) {
+  const std::vector<AccessPoint> all = MakeNeighbourhood(kBuiltInAccessPoints, kSeed);
+  const auto rtt = [&](uint64_t seed) { return Measure(all, QueryOf(kWide), seed).at(0).values.rttPs; };
+  EXPECT_EQ(rtt(1), rtt(1));
+  EXPECT_NE(rtt(1), rtt(2));
 }
 
 TEST(SceneRanging, LosesBurstsOfAWeakPeer) {
