@@ -62,13 +62,10 @@ TEST(Client, SendsTheFourBuffersOfARequest) {
   StandInDaemon daemon(Answer::kResult, OneAccessPoint());
   Result<Client> client = Client::Connect(daemon.SocketPath());
   ASSERT_TRUE(client);
-  DiscoveryRequest request;
+  DiscoveryRequest request;  // beside what kesctl's options ask for
   request.mode = wifi::RequestMode::kCacheFallback;
-  request.scanType = wifi::ScanType::kPassive;
   request.band = wifi::Band::k5GHz;
-  request.channels = {6, 5955};
   request.ssids = {{'C', 'a', 'f', 'e'}, std::vector<uint8_t>(32, 0xFF)};
-  request.bssids = {kBssid};
   request.maxAgeMs = 0x01020304;
   request.fallbackBelow = 3;
   request.timeoutMs = 0x0102030405;
@@ -78,14 +75,12 @@ TEST(Client, SendsTheFourBuffersOfARequest) {
 
   using Bytes = std::vector<uint8_t>;
   const std::vector<Bytes> sent = daemon.RequestBuffers();
-  EXPECT_EQ(sent[0], Bytes({5, 4, 3, 2, 1, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 4, 3, 2, 1, 3, 0, 0, 0, 1, 0, 0, 0, 0, 0}));
-  EXPECT_EQ(sent[1], Bytes({6, 0, 0, 0, 0x43, 0x17, 0, 0}));
+  EXPECT_EQ(sent[0], Bytes({5, 4, 3, 2, 1, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 4, 3, 2, 1, 3, 0, 0, 0, 1, 0, 0, 0, 0, 0}));
   Bytes ssids(72, 0);
   std::memcpy(ssids.data(), "\0\0\4\0Cafe", 8);
   ssids[38] = 32;
   std::fill(ssids.begin() + 40, ssids.end(), uint8_t{0xFF});
   EXPECT_EQ(sent[2], ssids);
-  EXPECT_EQ(sent[3], Bytes({0x01, 0x00, 0x10, 0, 0x5E, 0x00, 0x02, 0}));
 
   request.ssids = {std::vector<uint8_t>(33)};
   const Result<DiscoveryScan> refused = client->StartDiscovery(request);
@@ -111,25 +106,20 @@ TEST(Client, GivesTheHandleBackWhenItAbortsAndWhenTheScanEnds) {
 }
 
 TEST(Client, SendsTheNodesOfARangingRequestAsRecords) {
-  RangingRequest request;
-  request.timeoutMs = 0x0102030405;
-  request.nodes.resize(2);
-  request.nodes[0].mac = kBssid;
-  request.nodes[0].secondMac = MacAddress{0x02, 0x00, 0x5E, 0x10, 0x00, 0x0A};
-  wifi::RangingParameters& parameters = request.nodes[0].parameters;
-  parameters.frequencyMhz = 5180;
-  parameters.centreFrequencyMhz = 5210;
-  parameters.timeoutMs = 7;
-  parameters.bandwidth = wifi::RangingBandwidth::k80MHz;
-  parameters.burstExponent = 2;
-  parameters.preamble = wifi::RangingPreamble::kHe;
-  parameters.protocol = wifi::RangingProtocol::kNonTriggerBased;
-  parameters.burstPeriod = -2;
-  parameters.framesPerBurst = 8;
-  parameters.retries = 9;
-  request.nodes[1].mac = {0xFF, 0xFE, 0xFD, 0xFC, 0xFB, 0xFA};
-
-  // In the order of the record's members.
+  // In the order of the parameters, and of the record's members.
+  const wifi::RangingParameters parameters{5180,
+                                           5210,
+                                           7,
+                                           wifi::RangingBandwidth::k80MHz,
+                                           2,
+                                           wifi::RangingPreamble::kHe,
+                                           wifi::RangingProtocol::kNonTriggerBased,
+                                           -2,
+                                           8,
+                                           9};
+  RangingRequest request{.nodes = {{kBssid, MacAddress{0x02, 0x00, 0x5E, 0x10, 0x00, 0x0A}, parameters},
+                                   {.mac = {0xFF, 0xFE, 0xFD, 0xFC, 0xFB, 0xFA}}},
+                         .timeoutMs = 0x0102030405};
   const RangingNodeRecord first{0x100001, 0x02005E, 5180, 5210, 7, 3, 0x10000A, 0x02005E, 2, 4, 3, -2, 8, 9, {}};
   const RangingNodeRecord second{0xFCFBFA, 0xFFFEFD, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, {}};
   const std::vector<PeriodicRangingNodeRecord> periodic{{first, 250, 1000, 0, {}}, {second, 250, 1000, 0, {}}};

@@ -19,13 +19,13 @@ inline constexpr std::size_t kMaxSsidOctets = 32;
 struct DiscoveryRequest {
   wifi::RequestMode mode = wifi::RequestMode::kFresh;
   wifi::ScanType scanType = wifi::ScanType::kActive;
-  wifi::Band band = wifi::Band::kAll;       // without channels only
-  std::vector<uint32_t> channels;           // channel numbers, or centre frequencies in MHz from 1000 on
-  std::vector<std::vector<uint8_t>> ssids;  // octets, at most 32 each; empty admits every SSID
-  std::vector<MacAddress> bssids;           // empty admits every BSSID
-  uint32_t maxAgeMs = 0;                    // of a cached measurement; 0 admits every age
-  uint32_t fallbackBelow = 0;               // mode kCacheFallback: scan when the cache holds fewer; 0 counts as 1
-  int64_t timeoutMs = 0;                    // until the daemon answers with what it has; 0 is its default
+  wifi::Band band = wifi::Band::kAll;            // without channels only
+  std::vector<uint32_t> channels = {};           // channel numbers, or centre frequencies in MHz from 1000 on
+  std::vector<std::vector<uint8_t>> ssids = {};  // octets, at most 32 each; empty admits every SSID
+  std::vector<MacAddress> bssids = {};           // empty admits every BSSID
+  uint32_t maxAgeMs = 0;                         // of a cached measurement; 0 admits every age
+  uint32_t fallbackBelow = 0;                    // mode kCacheFallback: scan when the cache holds fewer; 0 counts as 1
+  int64_t timeoutMs = 0;                         // until the daemon answers with what it has; 0 is its default
 };
 
 // The buffers of the invocation, in slot order.

@@ -2,7 +2,6 @@
 #ifndef KESD_CLIENT_KESCTL_PROCESS_H_
 #define KESD_CLIENT_KESCTL_PROCESS_H_
 
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,12 +22,7 @@ inline testing_process::Outcome RunKesctl(const std::vector<std::string>& argume
   return Kesctl(arguments).Finish();
 }
 
-inline std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
-}
+inline std::vector<std::string> Lines(const std::string& text) { return testing_process::LinesOf(text); }
 
 inline bool Has(const std::string& text, std::string_view part) { return text.find(part) != std::string::npos; }
 

@@ -19,8 +19,8 @@ inline constexpr std::size_t kMaxRangingNodes = 16'000;
 
 struct RangingNode {
   MacAddress mac{};
-  std::optional<MacAddress> secondMac;  // another address of the same device
-  wifi::RangingParameters parameters;
+  std::optional<MacAddress> secondMac = {};  // another address of the same device
+  wifi::RangingParameters parameters = {};
 };
 
 // Rounds of ranging. The daemon delivers the result of the first and drops the others, and aborting the request does
@@ -31,9 +31,9 @@ struct PeriodicRanging {
 };
 
 struct RangingRequest {
-  std::vector<RangingNode> nodes;           // the same one may stand more than once
-  std::optional<PeriodicRanging> periodic;  // none: one-shot
-  int64_t timeoutMs = 0;                    // until the daemon answers with what it has; 0 is its default
+  std::vector<RangingNode> nodes = {};           // the same one may stand more than once
+  std::optional<PeriodicRanging> periodic = {};  // none: one-shot
+  int64_t timeoutMs = 0;                         // until the daemon answers with what it has; 0 is its default
 };
 
 // The buffers of the invocation, in slot order.

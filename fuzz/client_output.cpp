@@ -1,5 +1,7 @@
 // Result buffers as a daemon may deliver them, through decoding to what kesctl prints: whatever an access point calls
 // itself, no table may drive a terminal or show a line of its own, and JSON must say the same in ASCII.
+#include <clocale>
+#include <cuchar>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
@@ -76,18 +78,13 @@ Images TakeBuffers(Input& input, bool ranging) {
   return images;
 }
 
-// The next code point, decoded as RFC 3629 has it; ends the process where there is none.
+// The next code point, as the C library decodes UTF-8; ends the process where there is none.
 uint32_t NextCodePoint(std::string_view& text) {
-  const auto octet = [&](std::size_t i) -> uint32_t { return i < text.size() ? static_cast<uint8_t>(text[i]) : 0; };
-  const uint32_t lead = octet(0);
-  const std::size_t size = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-  uint32_t value = size == 1 ? lead : lead & (0x7Fu >> size);
-  Require((lead < 0x80 || lead >= 0xC2) && lead < 0xF5, "a lead octet of UTF-8");
-  for (std::size_t i = 1; i < size; ++i) {
-    Require(octet(i) >> 6 == 2, "continued UTF-8");
-    value = value << 6 | (octet(i) & 0x3F);
-  }
-  Require(size < 3 || value >= (size == 3 ? 0x800u : 0x10000u), "the shortest form");
+  static const bool isSet = std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
+  char32_t value = 0;
+  std::mbstate_t state{};
+  const std::size_t size = std::mbrtoc32(&value, text.data(), text.size(), &state);
+  Require(isSet && size > 0 && size <= text.size(), "whole characters of UTF-8");
   Require(value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF), "a Unicode character");
   text.remove_prefix(size);
   return value;

@@ -27,11 +27,6 @@ class Client {
       const scripted::FailingMemory::Exempt exempt;
       requests.push_back(request.getRequestId());
     };
-    for (const uint32_t id : {SERVICE_ID_DISCOVERY_SCAN, SERVICE_ID_RANGING_SCAN}) {
-      ObjectArg args[] = {scripted::InputBuffer(&id, sizeof(id)), {}};
-      Require(root.invoke(root.context, ROOT_OP_OPEN, args, kRootOpenCounts) == OBJECT_OK, "there are two services");
-      services[id - 1] = args[1].object;
-    }
   }
 
   ~Client() {
@@ -147,7 +142,8 @@ class Client {
 
   Input& input;
   const Object root = RootObject();
-  std::array<Object, 2> services;
+  const Object services[2] = {scripted::Open(root, SERVICE_ID_DISCOVERY_SCAN),
+                              scripted::Open(root, SERVICE_ID_RANGING_SCAN)};
   std::array<scripted::Callback, 3> callbacks;
   std::vector<Object> handles;
   std::vector<uint32_t> requests;

@@ -111,19 +111,13 @@ TEST(MarshalCommon, ReferencesCountOnFromWhatIsThere) {
 }
 
 TEST(MarshalCommon, InfoReferencesAreCutTo16Bits) {
-  Plain tooMany;
+  Plain tooMany, most, two;
   tooMany.AddInfos(65536, 0);
-  CommonResponseData data;
-  MarshalCommon(data, &tooMany);
-  EXPECT_EQ(data.scanMeasurements[0].infoCount, 0);
-  EXPECT_EQ(data.measurementInfos.count, 0u);
-
-  Plain most, one;
   most.AddInfos(65535, 0);
-  one.AddInfos(2, 7);
-  MarshalCommon(data, &most);
-  MarshalCommon(data, &one);
-  MarshalCommon(data, &one);
+  two.AddInfos(2, 7);
+  CommonResponseData data;
+  for (const Plain* measurement : {&tooMany, &most, &two, &two}) MarshalCommon(data, measurement);
+  EXPECT_EQ(data.scanMeasurements[0].infoCount, 0);
   EXPECT_EQ(data.scanMeasurements[2].firstInfoIndex, 65535);
   EXPECT_EQ(data.scanMeasurements[3].firstInfoIndex, 1);
   EXPECT_EQ(data.measurementInfos.count, 65539u);

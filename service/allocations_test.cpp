@@ -41,14 +41,6 @@ void SweepFaults(const std::function<int(const Fault&)>& road) {
   }
 }
 
-// The service's object; opening it needs no memory.
-Object Open(uint32_t serviceId) {
-  ObjectArg args[2] = {scripted::InputBuffer(&serviceId, sizeof(serviceId)), {}};
-  const Object root = RootObject();
-  EXPECT_EQ(CountAllocations([&] { root.invoke(root.context, ROOT_OP_OPEN, args, kRootOpenCounts); }), 0);
-  return args[1].object;
-}
-
 struct Operation {
   uint32_t serviceId;
   uint32_t code;
@@ -66,7 +58,7 @@ class Request {
     for (const Bytes& buffer : buffers) args.push_back(scripted::InputBuffer(buffer.data(), buffer.size()));
     args.push_back({.object = callback.AsObject()});
     args.push_back({.object = {nullptr, nullptr}});
-    const Object service = Open(operation.serviceId);
+    const Object service = scripted::Open(RootObject(), operation.serviceId);
     const int allocations = CountAllocations(
         [&] { result = service.invoke(service.context, operation.code, args.data(), operation.counts); }, fault);
     handle = args.back().object;

@@ -74,6 +74,9 @@ struct TemporaryDirectory {
   std::filesystem::path path;
 };
 
+// Without their ends.
+std::vector<std::string> LinesOf(const std::string& text);
+
 // Runs a program to its end.
 Outcome Run(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {});
 

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "ipc/services.h"
 #include "tests/log_stand_in.h"
 
 namespace {
@@ -72,6 +73,16 @@ int32_t Callback::Invoke(void* context, uint32_t op, ObjectArg* args, uint32_t c
 }
 
 ObjectArg InputBuffer(const void* data, uint64_t size) { return {.buffer = {const_cast<void*>(data), size}}; }
+
+Object Open(Object root, uint32_t serviceId) {
+  ObjectArg args[2] = {InputBuffer(&serviceId, sizeof serviceId), {}};
+  const auto open = [&] {
+    const FailingMemory none(0);
+    return root.invoke(root.context, ROOT_OP_OPEN, args, kRootOpenCounts);
+  };
+  EXPECT_EQ(open(), OBJECT_OK);
+  return args[1].object;
+}
 
 int32_t Invocation::Invoke(Object service, uint32_t op, uint32_t counts, std::vector<std::vector<uint8_t>> buffers) {
   std::vector<ObjectArg> args;

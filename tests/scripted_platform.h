@@ -66,6 +66,9 @@ class Callback {
 // `data` as one argument slot; it is borrowed.
 ObjectArg InputBuffer(const void* data, uint64_t size);
 
+// The service's object; opening it needs no memory.
+Object Open(Object root, uint32_t serviceId);
+
 // A client's invocation of a scan service, and what it got.
 struct Invocation {
   Callback callback;

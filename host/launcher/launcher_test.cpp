@@ -1,19 +1,16 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
 
-#include "host/fenksocket/unique_fd.h"
+#include "host/fenksocket/test_support.h"
 #include "tests/process.h"
 
 namespace {
@@ -40,14 +37,7 @@ class Launcher : public testing::Test {
     return Launch(std::move(arguments));
   }
 
-  // 0, or the errno of connecting to the socket.
-  int Connect() const {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    const UniqueFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    return connect(fd.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0 : errno;
-  }
+  bool Connects() const { return fenk::test::ConnectTo(path).IsOpen(); }
 
   struct stat Status() const {
     struct stat status = {};
@@ -67,7 +57,7 @@ TEST_F(Launcher, HandsAListeningSocketToTheProgramThatItBecomes) {
   const std::string pid = launch.ReadLine();
   EXPECT_EQ(launch.ReadLine().rfind("socket:[", 0), 0U);
   EXPECT_EQ(launch.ReadLine(), "0") << "the lock must not be handed over";
-  EXPECT_EQ(Connect(), 0) << "nobody has accepted yet: the queue takes the connection";
+  EXPECT_TRUE(Connects()) << "nobody has accepted yet: the queue takes the connection";
   EXPECT_EQ(launch.Finish().exitCode, 7);
   EXPECT_EQ(pid.rfind("pid ", 0), 0U);
 }
@@ -106,7 +96,7 @@ TEST_F(Launcher, LeavesASocketAloneThatIsServed) {
   EXPECT_EQ(second.out, "kesd-launch: " + path + " is being served by another process\n");
   EXPECT_EQ(Status().st_ino, inode);
   EXPECT_EQ(Status().st_mode & 07777U, 0600U);
-  EXPECT_EQ(Connect(), 0);
+  EXPECT_TRUE(Connects());
 }
 
 TEST_F(Launcher, LetsOneOfSeveralAtOnceWin) {
@@ -129,7 +119,7 @@ TEST_F(Launcher, LetsOneOfSeveralAtOnceWin) {
     }
     ASSERT_LT(winner, kLaunchers);
     EXPECT_EQ(refused, kLaunchers - 1);
-    EXPECT_EQ(Connect(), 0) << "the winner's socket is the one at the path";
+    EXPECT_TRUE(Connects()) << "the winner's socket is the one at the path";
     EXPECT_EQ(launches[winner].Finish().exitCode, 0);
   }
 }

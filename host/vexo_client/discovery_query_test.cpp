@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <string_view>
+#include <string>
 
 #include "host/vexo_client/test_support.h"
 
@@ -46,26 +45,7 @@ TEST(DiscoveryFilters, AdmitWhatPassesEveryKind) {
                                 MakeBss(4, "", 5955),    MakeBss(5, nullptr, 0),  MakeBss(0xFEDCBA987654, nullptr, 0)};
   for (const FilterCase& c : kFilterCases) {
     SCOPED_TRACE(c.name);
-    zv_loc_fw::vector<zv_loc_fw::VEXOChannelInfo> channels;
-    for (const uint32_t channel : c.channels) channels.push_back(zv_loc_fw::VEXOChannelInfo(channel));
-    zv_loc_fw::vector<zv_loc_fw::VEXOSsid> ssids;
-    for (const char* text : c.ssids) {
-      zv_loc_fw::VEXOSsid ssid;
-      if (text != nullptr) {
-        ssid.setSSID(reinterpret_cast<const unsigned char*>(text), static_cast<int>(std::strlen(text)));
-      }
-      ssids.push_back(ssid);
-    }
-    zv_loc_fw::vector<zv_loc_fw::VEXOMacAddress> macAddresses;
-    for (const uint64_t bits : c.macAddresses) {
-      zv_loc_fw::VEXOMacAddress address;
-      address.setMac(static_cast<int>(bits >> 24), static_cast<int>(bits & 0xFFFFFF));
-      macAddresses.push_back(address);
-    }
-    DiscoveryFilters filters(c.band);
-    EXPECT_TRUE(filters.SetChannels(channels));
-    filters.SetSsids(ssids);
-    filters.SetMacAddresses(macAddresses);
+    const DiscoveryFilters filters = MakeFilters(c.band, c.channels, c.ssids, c.macAddresses);
     std::string admitted;
     for (size_t i = 0; i < all.size(); ++i) {
       if (filters.Admits(all[i])) admitted += static_cast<char>('a' + i);

@@ -141,6 +141,31 @@ Bss MakeBss(uint64_t bssid, const char* ssid, uint32_t frequencyMhz, std::chrono
   return bss;
 }
 
+DiscoveryFilters MakeFilters(wifi::Band band, const std::vector<uint32_t>& channels,
+                             const std::vector<const char*>& ssids, const std::vector<uint64_t>& macAddresses) {
+  zv_loc_fw::vector<zv_loc_fw::VEXOChannelInfo> channelList;
+  for (const uint32_t channel : channels) channelList.push_back(zv_loc_fw::VEXOChannelInfo(channel));
+  zv_loc_fw::vector<zv_loc_fw::VEXOSsid> ssidList;
+  for (const char* text : ssids) {
+    zv_loc_fw::VEXOSsid ssid;
+    if (text != nullptr) {
+      ssid.setSSID(reinterpret_cast<const unsigned char*>(text), static_cast<int>(std::strlen(text)));
+    }
+    ssidList.push_back(ssid);
+  }
+  zv_loc_fw::vector<zv_loc_fw::VEXOMacAddress> macList;
+  for (const uint64_t bits : macAddresses) {
+    zv_loc_fw::VEXOMacAddress address;
+    address.setMac(static_cast<int>(bits >> 24), static_cast<int>(bits & 0xFFFFFF));
+    macList.push_back(address);
+  }
+  DiscoveryFilters filters(band);
+  (void)filters.SetChannels(channelList);  // where one does not exist, nothing is admitted
+  filters.SetSsids(ssidList);
+  filters.SetMacAddresses(macList);
+  return filters;
+}
+
 std::vector<std::string> TakeLog() {
   const std::lock_guard lock(logMutex);
   return std::exchange(logLines, {});

@@ -88,6 +88,11 @@ class FakeSource final : public MeasurementSource {
 Bss MakeBss(uint64_t bssid, const char* ssid, uint32_t frequencyMhz,
             std::chrono::milliseconds age = std::chrono::milliseconds(0));
 
+// What the lists of a request come to. A null SSID is one that holds no value.
+DiscoveryFilters MakeFilters(wifi::Band band, const std::vector<uint32_t>& channels,
+                             const std::vector<const char*>& ssids = {},
+                             const std::vector<uint64_t>& macAddresses = {});
+
 // The lines logged under this folder's tag since the last call, each with its level in front: "E: ...".
 std::vector<std::string> TakeLog();
 

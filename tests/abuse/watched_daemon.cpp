@@ -33,10 +33,8 @@ bool Await(const std::function<bool()>& condition) {
 
 WatchedDaemon::WatchedDaemon(const std::string& source)
     : daemon(source, {"KES_LOG=kesd=debug,fenksocket=debug"}), reading(&WatchedDaemon::ReadLog, this) {
-  kes::DiscoveryRequest request;
-  request.timeoutMs = 1;
   auto first = Connect();
-  EXPECT_TRUE(first && testing_process::Scan(*first, request));
+  EXPECT_TRUE(first && testing_process::Scan(*first, {.timeoutMs = 1}));
   first = kes::Error{};
   EXPECT_TRUE(Await([&] {
     idle = InUse();

@@ -23,7 +23,6 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using kes::Client;
-using kes::DiscoveryRequest;
 using testing_process::Daemon;
 using testing_process::Outcome;
 using testing_process::Scan;
@@ -37,15 +36,11 @@ TEST(EndToEnd, ServesEachModeOfADiscoveryScan) {
   Daemon daemon("scene:aps=300,delay=0");
   auto client = daemon.Connect();
   ASSERT_TRUE(client) << client.GetError().message;
-  DiscoveryRequest request;
-  request.mode = wifi::RequestMode::kCacheOnly;
-  EXPECT_EQ(CountOf(Scan(*client, request)), 0u) << "nothing was scanned yet";
-  request.mode = wifi::RequestMode::kCacheFallback;
-  EXPECT_EQ(CountOf(Scan(*client, request)), 300u);
-  request.mode = wifi::RequestMode::kCacheOnly;
-  EXPECT_EQ(CountOf(Scan(*client, request)), 300u);
-  request.mode = wifi::RequestMode::kFresh;
-  const auto all = Scan(*client, request);
+  using wifi::RequestMode;
+  EXPECT_EQ(CountOf(Scan(*client, {.mode = RequestMode::kCacheOnly})), 0u) << "nothing was scanned yet";
+  EXPECT_EQ(CountOf(Scan(*client, {.mode = RequestMode::kCacheFallback})), 300u);
+  EXPECT_EQ(CountOf(Scan(*client, {.mode = RequestMode::kCacheOnly})), 300u);
+  const auto all = Scan(*client, {});
   ASSERT_EQ(CountOf(all), 300u);
 
   size_t ofChannel = 0;
@@ -53,12 +48,9 @@ TEST(EndToEnd, ServesEachModeOfADiscoveryScan) {
     EXPECT_FALSE(measurement.incomplete);
     if (measurement.values.frequencyMhz == 2437) ++ofChannel;
   }
-  request.channels = {6};
-  const auto filtered = Scan(*client, request);
   EXPECT_GT(ofChannel, 0u);
-  EXPECT_EQ(CountOf(filtered), ofChannel);
-  request.channels = {15};
-  const auto invalid = Scan(*client, request);
+  EXPECT_EQ(CountOf(Scan(*client, {.channels = {6}})), ofChannel);
+  const auto invalid = Scan(*client, {.channels = {15}});
   ASSERT_TRUE(invalid);
   EXPECT_EQ(invalid->status, wifi::ScanStatus::kInvalidRequest);
   EXPECT_EQ(daemon.Stop().exitCode, 0);

@@ -85,29 +85,10 @@ Question Ranging(const kes::RangingRequest& request) {
   };
 }
 
-kes::DiscoveryRequest Mode(wifi::RequestMode mode) {
-  kes::DiscoveryRequest request;
-  request.mode = mode;
-  return request;
-}
+const kes::RangingRequest kTwoNodes{.nodes = {{.mac = kFirst}, {.mac = kSecond, .secondMac = kFirst}},
+                                    .timeoutMs = kNoTimeout};
 
-kes::DiscoveryRequest Within(int64_t timeoutMs) {
-  kes::DiscoveryRequest request;
-  request.timeoutMs = timeoutMs;
-  return request;
-}
-
-kes::RangingRequest TwoNodes() {
-  kes::RangingRequest request;
-  request.nodes.resize(2);
-  request.nodes[0].mac = kFirst;
-  request.nodes[1].mac = kSecond;
-  request.nodes[1].secondMac = kFirst;
-  request.timeoutMs = kNoTimeout;
-  return request;
-}
-
-const Question kCacheOnly = Discovery(Mode(wifi::RequestMode::kCacheOnly), 0);
+const Question kCacheOnly = Discovery({.mode = wifi::RequestMode::kCacheOnly}, 0);
 
 // Once memory is back, the next request works; only a connection may have ended meanwhile.
 void RequireThatTheNextWorks(const Daemon& daemon, std::optional<kes::Client>& client, const Question& ask) {
@@ -187,30 +168,27 @@ TEST(DaemonFaults, DuringTheFirstRequest) { SweepRequest("first request", {.warm
 
 TEST(DaemonFaults, DuringAFreshScan) {
   SweepRequest("fresh scan", {}, Discovery({}, 2));
-  kes::DiscoveryRequest filtered;
-  filtered.channels = {1, 36};
-  filtered.ssids = {{'L', 'i', 'n', 'd', 'e', 'n', ' ', '1', '2'}};
-  filtered.bssids = {kSecond};
-  SweepRequest("fresh scan with lists", {.cacheFilled = true}, Discovery(filtered, 1));
+  const std::vector<uint8_t> ssid = {'L', 'i', 'n', 'd', 'e', 'n', ' ', '1', '2'};
+  SweepRequest("fresh scan with lists", {.cacheFilled = true},
+               Discovery({.channels = {1, 36}, .ssids = {ssid}, .bssids = {kSecond}}, 1));
 }
 
 TEST(DaemonFaults, DuringARequestOfTheCache) {
-  SweepRequest("cache only", {.cacheFilled = true}, Discovery(Mode(wifi::RequestMode::kCacheOnly), 2));
-  kes::DiscoveryRequest request = Mode(wifi::RequestMode::kCacheFallback);
-  request.fallbackBelow = 2;
-  const Question fallback = Discovery(request, 2);
+  SweepRequest("cache only", {.cacheFilled = true}, Discovery({.mode = wifi::RequestMode::kCacheOnly}, 2));
+  const Question fallback = Discovery({.mode = wifi::RequestMode::kCacheFallback, .fallbackBelow = 2}, 2);
   SweepRequest("cache with fallback, from the cache", {.cacheFilled = true}, fallback);
   SweepRequest("cache with fallback, from a scan", {}, fallback);
 }
 
 TEST(DaemonFaults, DuringARequestThatTimesOut) {
-  SweepRequest("timed out", {.source = "scene:aps=2,delay=600000"}, Discovery(Within(1), 0, ScanStatus::kTimedOut));
+  SweepRequest("timed out", {.source = "scene:aps=2,delay=600000"},
+               Discovery({.timeoutMs = 1}, 0, ScanStatus::kTimedOut));
 }
 
 TEST(DaemonFaults, DuringRanging) {
-  const Question once = Ranging(TwoNodes());
+  const Question once = Ranging(kTwoNodes);
   SweepRequest("ranging", {}, once);
-  kes::RangingRequest periodic = TwoNodes();
+  kes::RangingRequest periodic = kTwoNodes;
   periodic.periodic = kes::PeriodicRanging{100, 2};
   SweepRequest("periodic ranging", {}, Ranging(periodic), once);
 }
@@ -245,11 +223,10 @@ void AbortAndEnd(const Fault& fault, bool inTheEnd) {
   auto client = daemon.Connect();
   Require(static_cast<bool>(client), "a client can connect");
   Require(kCacheOnly(*client) == Outcome::kWhole, "the daemon warms up");
-  auto pending = client->StartRanging(TwoNodes());
+  auto pending = client->StartRanging(kTwoNodes);
   Require(static_cast<bool>(pending), "a request can be sent");
-  const kes::DiscoveryRequest another = Within(kNoTimeout);
   const auto abortAnother = [&] {
-    auto aborted = client->StartDiscovery(another);
+    auto aborted = client->StartDiscovery({.timeoutMs = kNoTimeout});
     if (!aborted) return (void)OutcomeOf(aborted.GetError());
     const auto none = aborted->Wait(fenk::Clock::now(), -1);
     Require(!none, "nothing is delivered yet");

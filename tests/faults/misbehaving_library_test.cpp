@@ -34,12 +34,6 @@ bool IsDone(const scripted::Callback& callback, bool accepted) {
   return callback.retains == accepted && callback.releases == accepted && callback.deliveries <= accepted;
 }
 
-Object Open(uint32_t serviceId) {
-  ObjectArg args[2] = {scripted::InputBuffer(&serviceId, sizeof(serviceId)), {}};
-  RootObject().invoke(nullptr, ROOT_OP_OPEN, args, kRootOpenCounts);
-  return args[1].object;
-}
-
 // The IDs that the library has heard lately: of requests that are being sent, are pending, answered or aborted.
 std::array<std::atomic<uint32_t>, 16> heard{};
 thread_local uint32_t heardHere = 0;
@@ -121,8 +115,8 @@ class Misbehaviour {
   std::minstd_rand random;
   const std::vector<uint8_t> params = std::vector<uint8_t>(kDiscoveryScanParamsSize), node = std::vector<uint8_t>(52),
                              ts = std::vector<uint8_t>(8);
-  const Object discoveryService = Open(SERVICE_ID_DISCOVERY_SCAN);
-  const Object rangingService = Open(SERVICE_ID_RANGING_SCAN);
+  const Object discoveryService = scripted::Open(RootObject(), SERVICE_ID_DISCOVERY_SCAN);
+  const Object rangingService = scripted::Open(RootObject(), SERVICE_ID_RANGING_SCAN);
   scripted::Measurement<zv_loc_fw::VEXOScanMeasurement> plain;
   scripted::Measurement<zv_loc_fw::VEXOFullBeaconScanMeasurement> beacon;
   scripted::Measurement<zv_loc_fw::VEXORangingScanMeasurement> ranged;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "client/client.h"
+#include "client/text.h"
 #include "tests/daemon.h"
 #include "tests/kernel/access_points.h"
 #include "tests/kernel/mediator.h"
@@ -23,19 +24,9 @@ using testing_process::Process;
 using Json = nlohmann::json;
 using Answers = std::vector<Mediator::Answer>;
 
-std::array<uint8_t, 6> PeerAddress(size_t number) { return {2, 0, 0, 0xAB, 0, static_cast<uint8_t>(number)}; }
+kes::MacAddress PeerAddress(size_t number) { return {2, 0, 0, 0xAB, 0, static_cast<uint8_t>(number)}; }
 
-std::string PeerText(size_t number) {
-  char text[] = "02:00:00:ab:00:00";
-  snprintf(text, sizeof text, "02:00:00:ab:00:%02zx", number);
-  return text;
-}
-
-kes::MacAddress MacOf(const std::string& text) {
-  kes::MacAddress mac{};
-  sscanf(text.c_str(), "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &mac[0], &mac[1], &mac[2], &mac[3], &mac[4], &mac[5]);
-  return mac;
-}
+std::string PeerText(size_t number) { return kesctl::MacText(PeerAddress(number)); }
 
 class Ranging : public testing::Test {
  protected:
@@ -201,7 +192,8 @@ TEST_F(Ranging, AsksTheRadioForWhatItAndThePeerCanDo) {
   };
   kes::RangingRequest request;
   request.timeoutMs = 30'000;
-  for (const auto& [address, parameters, asked] : cases) request.nodes.push_back({MacOf(address), {}, parameters});
+  for (const auto& [address, parameters, asked] : cases)
+    request.nodes.push_back({*kesctl::ParseMac(address), {}, parameters});
   auto client = daemon.Connect();
   auto scan = client->StartRanging(request);
   ASSERT_TRUE(scan);
@@ -290,10 +282,8 @@ TEST_F(Ranging, MeasuresAPeerForNoLongerThanItsOwnTime) {
   ASSERT_TRUE(mediator.Register());
   const Daemon daemon("nl80211:" + interface);
   auto client = daemon.Connect();
-  kes::RangingRequest request;
-  request.timeoutMs = 60'000;
-  request.nodes.push_back({MacOf(PeerText(0)), {}, {.frequencyMhz = 5'180, .timeoutMs = 300}});
-  auto scan = client->StartRanging(request);
+  auto scan = client->StartRanging(
+      {.nodes = {{PeerAddress(0), {}, {.frequencyMhz = 5'180, .timeoutMs = 300}}}, .timeoutMs = 60'000});
   ASSERT_EQ(mediator.Next().peers.size(), 1u);
   const auto result = scan->Wait(testing_process::Soon(), -1);
   ASSERT_TRUE(result);

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,10 +14,7 @@ namespace testing_process {
 inline std::vector<std::string> LinesOf(const std::vector<std::string>& command) {
   const Outcome outcome = Run(command);
   EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
-  std::vector<std::string> lines;
-  std::istringstream text(outcome.out);
-  for (std::string line; std::getline(text, line);) lines.push_back(line);
-  return lines;
+  return LinesOf(outcome.out);
 }
 
 }  // namespace testing_process

@@ -4,40 +4,15 @@
 
 #include <cstdlib>
 
-#include "platform/log.h"
+#include "tests/log_stand_in.h"
 #include "tests/startup/say.h"
 
-namespace {
+void testing_log::Write(char level, const char* tag, const char* text) { Say("%c %s \"%s\"", level, tag, text); }
 
-void Record(const char* level, const char* tag, const char* format, std::va_list arguments) {
-  char message[256];
-  vsnprintf(message, sizeof message, format, arguments);
-  Say("%s %s \"%s\"", level, tag, message);
-}
-
-}  // namespace
-
-namespace zv_loc_fw {
-
-#define RECORDED(function, level)                           \
-  void function(const char* tag, const char* format, ...) { \
-    std::va_list arguments;                                 \
-    va_start(arguments, format);                            \
-    Record(level, tag, format, arguments);                  \
-    va_end(arguments);                                      \
-  }
-RECORDED(log_debug, "debug")
-RECORDED(log_info, "info")
-RECORDED(log_warning, "warning")
-RECORDED(log_error, "error")
-#undef RECORDED
-
-void log_set_local_level_for_tag(const char* tag, ERROR_LEVEL level) {
+void zv_loc_fw::log_set_local_level_for_tag(const char* tag, ERROR_LEVEL level) {
   Say("level %s %d", tag, static_cast<int>(level));
   atexit([] { Say("exit"); });
 }
-
-}  // namespace zv_loc_fw
 
 // Wakes up at once the first two times, so that it is seen whether the caller goes on sleeping.
 extern "C" unsigned sleep(unsigned seconds) noexcept(noexcept(::sleep(0))) {

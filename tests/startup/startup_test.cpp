@@ -41,20 +41,19 @@ TEST(Startup, FailsWithAMessageAndThenSleepsForEver) {
   } cases[] = {
       {"a library with an unresolved symbol",
        {"log", "fenk_unresolved", "socket_given"},
-       {"level kesd 1", "error kesd \"Failed to load libfenksocket\""}},
+       {"level kesd 1", "E kesd \"Failed to load libfenksocket\""}},
       {"no join",
        {"log", "fenk_without_join", "socket_given"},
-       {"level kesd 1", "loaded", "error kesd \"Shared library symbol not found\"", "unloaded"}},
+       {"level kesd 1", "loaded", "E kesd \"Shared library symbol not found\"", "unloaded"}},
       {"no start",
        {"log", "fenk_without_start", "socket_given"},
-       {"level kesd 1", "loaded", "error kesd \"Shared library symbol not found\"", "unloaded"}},
+       {"level kesd 1", "loaded", "E kesd \"Shared library symbol not found\"", "unloaded"}},
       {"no control socket",
        {"log", "fenk_complete", "socket_missing"},
-       {"level kesd 1", "loaded", "socket kesd", "error kesd \"No service socket provided\"", "unloaded"}},
+       {"level kesd 1", "loaded", "socket kesd", "E kesd \"No service socket provided\"", "unloaded"}},
       {"start fails",
        {"log", "fenk_start_fails", "socket_given"},
-       {"level kesd 1", "loaded", "socket kesd", "start 77", kRoot, "error kesd \"Failed to create service\"",
-        "unloaded"}},
+       {"level kesd 1", "loaded", "socket kesd", "start 77", kRoot, "E kesd \"Failed to create service\"", "unloaded"}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -79,7 +78,7 @@ TEST(Startup, ServesTheRootObjectUntilTheServiceEnds) {
     SCOPED_TRACE(c.name);
     Process kesd(c.arguments, Output::kMerged, {Folders(c.folders)});
     EXPECT_EQ(kesd.ReadLinesUntil("join the service"),
-              Lines({"level kesd 1", "loaded", "socket kesd", c.start, kRoot, "info kesd \"Serving KESD interface\"",
+              Lines({"level kesd 1", "loaded", "socket kesd", c.start, kRoot, "I kesd \"Serving KESD interface\"",
                      "join the service"}));
     EXPECT_TRUE(kesd.IsRunning());
     const Outcome outcome = kesd.Finish();

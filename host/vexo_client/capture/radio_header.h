@@ -17,6 +17,8 @@ struct RadioHeader {
   bool fcsAtEnd = false;                     // the frame's last 4 octets are its frame check sequence
   uint32_t frequencyMhz = 0;                 // centre of the channel the radio listened to; 0 if unknown
   int32_t signalMbm = wifi::kSignalUnknown;  // 1/100 dBm
+
+  bool operator==(const RadioHeader&) const = default;
 };
 
 // Both take a packet as captured and give nothing when no frame can be found in it: the header is cut short, claims

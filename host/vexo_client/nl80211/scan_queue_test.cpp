@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/vexo_client/nl80211/scan_plan.h"
+#include "host/vexo_client/test_support.h"
 
 namespace vexo_host::nl80211 {
 namespace {
@@ -19,28 +20,10 @@ using Frequencies = std::set<uint32_t>;
 
 const std::vector<uint32_t> kRadio = {2412, 2437, 2462, 5180, 5500, 5955, 5975, 6135};
 
-DiscoveryQuery Query(bool active, const std::vector<uint32_t>& channels, const std::vector<std::string>& ssids = {},
-                     int macAddresses = 0) {
-  DiscoveryQuery query;
-  query.scanType = active ? wifi::ScanType::kActive : wifi::ScanType::kPassive;
-  zv_loc_fw::vector<zv_loc_fw::VEXOChannelInfo> channelList;
-  for (const uint32_t channel : channels) channelList.push_back(zv_loc_fw::VEXOChannelInfo(channel));
-  EXPECT_TRUE(query.filters.SetChannels(channelList));
-  zv_loc_fw::vector<zv_loc_fw::VEXOSsid> ssidList;
-  for (const std::string& ssid : ssids) {
-    zv_loc_fw::VEXOSsid entry;
-    entry.setSSID(reinterpret_cast<const unsigned char*>(ssid.data()), static_cast<int>(ssid.size()));
-    ssidList.push_back(entry);
-  }
-  query.filters.SetSsids(ssidList);
-  zv_loc_fw::vector<zv_loc_fw::VEXOMacAddress> macList;
-  for (int i = 0; i < macAddresses; ++i) {
-    zv_loc_fw::VEXOMacAddress address;
-    address.setMac(0x020000, i + 1);
-    macList.push_back(address);
-  }
-  query.filters.SetMacAddresses(macList);
-  return query;
+DiscoveryQuery Query(bool active, const std::vector<uint32_t>& channels, const std::vector<const char*>& ssids = {},
+                     const std::vector<uint64_t>& macAddresses = {}) {
+  return {active ? wifi::ScanType::kActive : wifi::ScanType::kPassive,
+          MakeFilters(wifi::Band::kAll, channels, ssids, macAddresses)};
 }
 
 TEST(ScanPlans, AreWhatTheQueryAdmitsOfTheRadio) {
@@ -55,8 +38,8 @@ TEST(ScanPlans, AreWhatTheQueryAdmitsOfTheRadio) {
       {Query(false, {36}, {"a"}), {5180}, {{}}},
       {Query(true, {36}, {"a", "b"}), {5180}, {{"a", "b"}}},
       {Query(true, {36}, {"e", "d", "c", "b", "a"}), {5180}, {{"a", "b", "c"}, {"d", "e"}}},
-      {Query(true, {36}, {}, 1), {5180}, {{""}}, 0x020000000001},
-      {Query(true, {36}, {}, 2), {5180}, {{""}}},
+      {Query(true, {36}, {}, {0x020000000001}), {5180}, {{""}}, 0x020000000001},
+      {Query(true, {36}, {}, {1, 2}), {5180}, {{""}}},
       {Query(true, {165}), {}, {}},
   };
   for (const auto& [query, frequencies, ssids, bssid] : cases) {
@@ -95,7 +78,7 @@ TEST_F(Queue, JoinsWhatCoversAndMergesWhatWaits) {
   Add(Query(true, {1, 6}));
   ASSERT_NE(Begin(), nullptr);
   Add(Query(true, {6}));              // 1: joins the running one
-  Add(Query(true, {6}, {}, 1));       // 2: so does one address of many
+  Add(Query(true, {6}, {}, {1}));     // 2: so does one address of many
   Add(Query(true, {36}));             // 3: waits
   Add(Query(true, {11}));             // 4: widens it
   Add(Query(true, {11}, {"a"}));      // 5: and so does a name

@@ -19,17 +19,9 @@ using std::chrono::milliseconds;
 using wifi::ScanType;
 
 std::vector<Bss> Scan(const SceneOptions& options, ScanType scanType = ScanType::kPassive,
-                      std::initializer_list<const char*> ssids = {}, wifi::Band band = wifi::Band::kAll) {
-  zv_loc_fw::vector<zv_loc_fw::VEXOSsid> list;
-  for (const std::string ssid : ssids) {
-    list.push_back({});
-    list[list.count - 1].setSSID(reinterpret_cast<const unsigned char*>(ssid.data()), static_cast<int>(ssid.size()));
-  }
-  const auto query = std::make_shared<DiscoveryQuery>();
-  query->scanType = scanType;
-  query->filters = DiscoveryFilters(band);
-  query->filters.SetSsids(list);
-
+                      const std::vector<const char*>& ssids = {}) {
+  const auto query =
+      std::make_shared<DiscoveryQuery>(DiscoveryQuery{scanType, MakeFilters(wifi::Band::kAll, {}, ssids)});
   Scheduler scheduler;
   EXPECT_TRUE(scheduler.Start());
   SceneSource source(options, scheduler);
@@ -158,7 +150,7 @@ TEST(Scene, RevealsHiddenNetworksOnlyToADirectedProbe) {
   const struct {
     const char* label;
     ScanType scanType;
-    std::initializer_list<const char*> ssids;
+    std::vector<const char*> ssids;
     Ssid ofEmpty, ofZeroed;
   } cases[] = {
       {"passive", ScanType::kPassive, {"backoffice", other.c_str()}, empty, zeroed},
