@@ -20,13 +20,12 @@ using Bytes = std::vector<uint8_t>;
 
 struct Invocation : scripted::Invocation {
   DiscoveryScanParams params = {};
-  size_t paramsSize = kDiscoveryScanParamsSize;
   Bytes channels, ssids, macs;
 
-  int32_t Run(uint32_t op = kStartDiscoveryScan, uint32_t counts = kStartDiscoveryScanCounts) {
+  int32_t Run(uint32_t op = kStartDiscoveryScan) {
     Bytes paramsBytes = scripted::BytesOf(params);
-    paramsBytes.resize(paramsSize);
-    return Invoke(CreateVexoDiscoveryScan(), op, counts, {paramsBytes, channels, ssids, macs});
+    paramsBytes.resize(kDiscoveryScanParamsSize);
+    return Invoke(CreateVexoDiscoveryScan(), op, kStartDiscoveryScanCounts, {paramsBytes, channels, ssids, macs});
   }
 };
 
@@ -133,32 +132,6 @@ TEST_F(DiscoveryScan, AttachesTheWholeEntriesOfItsLists) {
   };
   EXPECT_EQ(partial.Run(), OBJECT_OK);
   EXPECT_EQ(TheLibrary().sendCalls, 2);
-}
-
-TEST_F(DiscoveryScan, AMalformedInvocationTakesNoIdLogsNothingAndWritesNothing) {
-  const uint32_t before = *counter;
-  const struct {
-    const char* name;
-    uint32_t op;
-    uint32_t counts;
-    size_t paramsSize;
-    bool nullCallback;
-  } kCases[] = {{"retain", OBJECT_OP_RETAIN, 0, 30, false},      {"release", OBJECT_OP_RELEASE, 0, 30, false},
-                {"another operation", 1, 0x1104, 30, false},     {"one input buffer fewer", 0, 0x1103, 30, false},
-                {"bit 16 of the counts", 0, 0x11104, 30, false}, {"short parameters", 0, 0x1104, 29, false},
-                {"no parameters", 0, 0x1104, 0, false},          {"null callback", 0, 0x1104, 30, true}};
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.name);
-    Invocation invocation;
-    invocation.paramsSize = c.paramsSize;
-    invocation.nullCallback = c.nullCallback;
-    EXPECT_EQ(invocation.Run(c.op, c.counts), OBJECT_ERROR_INVALID);
-    EXPECT_FALSE(invocation.HandleWritten());
-    EXPECT_EQ(invocation.handle.context, &invocation);
-  }
-  EXPECT_EQ(*counter, before);
-  EXPECT_TRUE(scripted::TakeLog().empty());
-  EXPECT_TRUE(TheLibrary().factoryCalls.empty());
 }
 
 TEST_F(DiscoveryScan, ARequestThatCannotBeMadeOrSentUsesUpItsId) {

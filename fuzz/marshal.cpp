@@ -54,7 +54,7 @@ struct Maker {
     const uint8_t id = input.Take<uint8_t>() % 2 == 0 ? 221 : input.Take<uint8_t>();
     const uint8_t length = input.Take<uint8_t>();
     zv_loc_fw::ElementObject* element =
-        measurement.Element(id, length, input.Below(2) == 0 ? Octets{2, 0x4B, 0x9E} : Octets{});
+        measurement.Element(id, length, input.Below(2) == 0 ? Octets{2, 0x4B, 0x9E} : Octets{2, 0x4B, 0x9D});
     if (length == 0) element->payload = nullptr;
     return element;
   }

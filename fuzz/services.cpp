@@ -4,9 +4,11 @@
 #include "ipc/services.h"
 
 #include <array>
+#include <cstring>
 
 #include "dispatcher/vexo_dispatcher.h"
 #include "fuzz/input.h"
+#include "marshal/records.h"
 #include "platform/vexo_response.h"
 #include "service/root_object.h"
 #include "tests/scripted_platform.h"
@@ -96,6 +98,15 @@ class Client {
     }
   }
 
+  static bool IsDiscovery(uint32_t op, const std::vector<ObjectArg>& args) {
+    return ObjectOperation(op) == kStartDiscoveryScan && args[0].buffer.size >= kDiscoveryScanParamsSize &&
+           args[4].object.invoke != nullptr;
+  }
+  static bool IsRanging(uint32_t op, const std::vector<ObjectArg>& args) {
+    return ObjectOperation(op) <= kStartPeriodicRangingScan && args[1].buffer.size == sizeof(RangingScanParams) &&
+           args[2].object.invoke != nullptr;
+  }
+
   void Invoke() {
     const unsigned which = input.Below(4);
     const bool isHandle = which == 3 && !handles.empty();
@@ -124,6 +135,8 @@ class Client {
     for (uint32_t i = 0; i < (counts >> 12 & 15); ++i) args.push_back({.object = {nullptr, this}});
     args.shrink_to_fit();
 
+    (void)scripted::TakeLog();
+    const uint32_t lastId = VexoDispatcher::Get().requestIdCounter;
     const unsigned memory = input.Below(64);
     int32_t result;
     {
@@ -131,6 +144,21 @@ class Client {
       result = target.invoke(target.context, op, args.empty() ? nullptr : args.data(), counts);
     }
     Require(result >= OBJECT_OK && result <= OBJECT_ERROR_INVALID, "a result of the contract");
+    const bool untouched = outputs == args.size() || args.back().object.context == this;
+    if (which == 0 && ObjectOperation(op) < OBJECT_OP_RETAIN) {
+      const bool isOpen = ObjectOperation(op) == ROOT_OP_OPEN && counts == kRootOpenCounts && args[0].buffer.size == 4;
+      uint32_t id = 0;
+      if (isOpen) std::memcpy(&id, args[0].buffer.ptr, sizeof id);
+      const bool isKnown = id == SERVICE_ID_DISCOVERY_SCAN || id == SERVICE_ID_RANGING_SCAN;
+      Require(result == (isKnown ? OBJECT_OK : OBJECT_ERROR_INVALID), "two IDs open services");
+      Require(untouched != isOpen, "the slot is written, or cleared, for whatever is an ID");
+    }
+    if (which == 1 || which == 2) {
+      const bool isScan = counts == kCounts[which] && (which == 1 ? IsDiscovery(op, args) : IsRanging(op, args));
+      Require(isScan == (result != OBJECT_ERROR_INVALID), "what is malformed is refused as such, and nothing else");
+      Require(isScan != (VexoDispatcher::Get().requestIdCounter == lastId), "a request ID for each that is not");
+      Require(isScan || (scripted::TakeLog().empty() && untouched), "what is malformed leaves no trace");
+    }
     if (ObjectOperation(op) >= OBJECT_OP_RETAIN) return;
     bool written = false;
     for (std::size_t i = outputs; i < args.size(); ++i) written |= args[i].object.invoke != nullptr;

@@ -123,46 +123,6 @@ TEST(MarshalCommon, InfoReferencesAreCutTo16Bits) {
   EXPECT_EQ(data.measurementInfos.count, 65539u);
 }
 
-TEST(MarshalFullBeacon, ExtendsTheVendorElementThatIsMeantAndNoOther) {
-  const Bytes kOui = {0x02, 0x4B, 0x9E};
-  const struct {
-    const char* name;
-    uint8_t id;
-    uint8_t length;
-    Bytes opening;
-    bool extended;
-  } kCases[] = {{"shortest", 221, 25, kOui, true},
-                {"longest", 221, 254, kOui, true},
-                {"too short", 221, 24, kOui, false},
-                {"length cannot grow", 221, 255, kOui, false},
-                {"another OUI", 221, 30, {2, 0x4B, 0x9D}, false},
-                {"another ID", 220, 30, kOui, false},
-                {"nothing", 221, 0, {}, false}};
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.name);
-    FullBeacon measurement;
-    measurement.vendorExtraByte = 0xEE;
-    measurement.beaconElements.push_back(measurement.Element(0, 4));
-    measurement.beaconElements.push_back(nullptr);
-    const zv_loc_fw::ElementObject* element = measurement.Element(c.id, c.length, c.opening);
-    measurement.beaconElements.push_back(measurement.Element(c.id, c.length, c.opening));
-    measurement.beaconElements.push_back(measurement.Element(3, 1));
-    CommonResponseData data;
-    data.byteData.push_back(0);
-    MarshalFullBeacon(data, &measurement);
-
-    Bytes expected = {0, 4, 1, 2, 3, 4, c.id, static_cast<uint8_t>(c.length + c.extended)};
-    expected.insert(expected.end(), element->payload, element->payload + c.length);
-    if (c.extended) expected.push_back(0xEE);
-    expected.insert(expected.end(), {3, 1, 1});
-    ASSERT_EQ(data.scanMeasurements.count, 1u);
-    const WifiScanMeasurement& record = data.scanMeasurements[0];
-    EXPECT_EQ(record.beaconElementsOffset, 1u);
-    EXPECT_EQ(BytesOf(data, record.beaconElementsOffset, record.beaconElementsLength), expected);
-    EXPECT_EQ(data.byteData.count, 1 + expected.size());
-  }
-}
-
 // Record 65 needs a larger block of records; when there is none, its elements and addresses arrive all the same, and
 // the records that are there stay as they are.
 TEST(Marshal, ARecordThatFindsNoMemoryIsMissingAndNobodyElsesIsWritten) {

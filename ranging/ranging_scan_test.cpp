@@ -22,9 +22,7 @@ struct Invocation : scripted::Invocation {
   Bytes nodes;
   Bytes params = Bytes(8);
 
-  int32_t Run(uint32_t op, uint32_t counts = kStartRangingScanCounts) {
-    return Invoke(CreateVexoRangingScan(), op, counts, {nodes, params});
-  }
+  int32_t Run(uint32_t op) { return Invoke(CreateVexoRangingScan(), op, kStartRangingScanCounts, {nodes, params}); }
 };
 
 class RangingScan : public testing::Test {
@@ -135,31 +133,6 @@ TEST_F(RangingScan, TakesTheWholeRecordsInBufferOrder) {
     ASSERT_EQ(sent.nodes.size(), c.nodes);
     for (size_t i = 0; i < c.nodes; ++i) EXPECT_EQ(sent.nodes[i].address.getLo24(), static_cast<int>(i));
   }
-}
-
-TEST_F(RangingScan, AMalformedInvocationTakesNoIdLogsNothingAndWritesNothing) {
-  const uint32_t before = *counter;
-  const struct {
-    const char* name;
-    uint32_t op;
-    uint32_t counts;
-    size_t paramsSize;
-    bool nullCallback;
-  } kCases[] = {{"another operation", 2, 0x1102, 8, false},     {"retain", OBJECT_OP_RETAIN, 0, 8, false},
-                {"release", OBJECT_OP_RELEASE, 0, 8, false},    {"the discovery service's counts", 0, 0x1104, 8, false},
-                {"bit 16 of the counts", 1, 0x11102, 8, false}, {"short parameters", 0, 0x1102, 4, false},
-                {"long parameters", 1, 0x1102, 16, false},      {"null callback", 1, 0x1102, 8, true}};
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.name);
-    Invocation invocation;
-    invocation.params = Bytes(c.paramsSize);
-    invocation.nullCallback = c.nullCallback;
-    EXPECT_EQ(invocation.Run(c.op, c.counts), OBJECT_ERROR_INVALID);
-    EXPECT_FALSE(invocation.HandleWritten());
-  }
-  EXPECT_EQ(*counter, before);
-  EXPECT_EQ(TheLibrary().sendCalls, 0);
-  EXPECT_TRUE(scripted::TakeLog().empty());
 }
 
 TEST_F(RangingScan, EachOperationLogsItsOutcomeAndARefusedRequestUsesUpItsId) {

@@ -42,33 +42,6 @@ TEST(RootObject, OpensTheTwoServicesByIdAndTheSameObjectEachTime) {
   EXPECT_NE(services[0].invoke, services[1].invoke);
 }
 
-TEST(RootObject, AnUnknownIdLeavesTheSlotCleared) {
-  for (const uint64_t id : {0ull, 3ull, 0xFFFFFFFFull}) {
-    const Opened opened = Open(0, id, 4, kRootOpenCounts);
-    EXPECT_EQ(opened.result, OBJECT_ERROR_INVALID);
-    EXPECT_EQ(opened.service.invoke, nullptr);
-    EXPECT_EQ(opened.service.context, nullptr);
-  }
-}
-
-TEST(RootObject, AMalformedInvocationLeavesTheSlotUntouched) {
-  const struct {
-    const char* name;
-    uint32_t op;
-    uint64_t idSize;
-    uint32_t counts;
-  } kCases[] = {{"another operation", 1, 4, 0x1001}, {"a long ID", 0, 8, 0x1001},
-                {"a short ID", 0, 3, 0x1001},        {"one input object more", 0, 4, 0x1101},
-                {"an output buffer", 0, 4, 0x1011},  {"bit 16 of the counts", 0, 4, 0x11001},
-                {"nothing at all", 0, 4, 0}};
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.name);
-    const Opened opened = Open(c.op, SERVICE_ID_DISCOVERY_SCAN, c.idSize, c.counts);
-    EXPECT_EQ(opened.result, OBJECT_ERROR_INVALID);
-    EXPECT_EQ(opened.service.invoke, kUntouched.invoke);
-  }
-}
-
 TEST(RootObject, RetainAndReleaseAreAlwaysFine) {
   for (const uint32_t op : {OBJECT_OP_RETAIN, OBJECT_OP_RELEASE, 0x7FFF0000 | OBJECT_OP_RETAIN}) {
     EXPECT_EQ(RootObject().invoke(nullptr, op, nullptr, 0), OBJECT_OK);

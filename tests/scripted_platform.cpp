@@ -91,7 +91,7 @@ int32_t Invocation::Invoke(Object service, uint32_t op, uint32_t counts, std::ve
     buffer.shrink_to_fit();
     args.push_back(InputBuffer(buffer.data() + 1, buffer.size() - 1));
   }
-  args.push_back({.object = nullCallback ? Object{nullptr, nullptr} : callback.AsObject()});
+  args.push_back({.object = callback.AsObject()});
   args.push_back({.object = handle});
   const int32_t result = service.invoke(service.context, op, args.data(), counts);
   handle = args.back().object;

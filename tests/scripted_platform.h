@@ -72,7 +72,6 @@ Object Open(Object root, uint32_t serviceId);
 // A client's invocation of a scan service, and what it got.
 struct Invocation {
   Callback callback;
-  bool nullCallback = false;
   Object handle = {nullptr, this};  // what a slot still holds that was not written
 
   // Passes copies of `buffers`, each exactly as long as it is and at an odd address, the callback and the handle's
