@@ -145,7 +145,9 @@ class Client {
     }
     Require(result >= OBJECT_OK && result <= OBJECT_ERROR_INVALID, "a result of the contract");
     const bool untouched = outputs == args.size() || args.back().object.context == this;
-    if (which == 0 && ObjectOperation(op) < OBJECT_OP_RETAIN) {
+    if (which == 0 && ObjectOperation(op) >= OBJECT_OP_RETAIN) {
+      Require(result == OBJECT_OK && untouched, "the root object is not counted");
+    } else if (which == 0) {
       const bool isOpen = ObjectOperation(op) == ROOT_OP_OPEN && counts == kRootOpenCounts && args[0].buffer.size == 4;
       uint32_t id = 0;
       if (isOpen) std::memcpy(&id, args[0].buffer.ptr, sizeof id);
