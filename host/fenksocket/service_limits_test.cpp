@@ -95,10 +95,17 @@ TEST_F(ServiceTest, BoundsWhatTheConnectionsOfAUserHaveTogether) {
 // Starts requests and gives their callbacks back: more releases than a socket holds, and no thread that waits for it.
 constexpr uint64_t kCallbacks = 1000;
 void FillWithReleases(const RawPeer& peer, Requests& requests) {
-  for (uint64_t id = 1; id <= kCallbacks; ++id) {
+  uint64_t handle = 0;
+  for (uint64_t id = 1; id <= kCallbacks + 1; ++id) {
     ASSERT_TRUE(peer.Send(StartRequest(id, id)));
-    ASSERT_EQ(peer.Receive().type, 3);
+    const RawFrame reply = peer.Receive();
+    ASSERT_EQ(reply.type, 3);
+    handle = reply.U64(16);
   }
+  // Once it has served this, the connection's thread is done with its replies and takes no releases along with them.
+  ASSERT_TRUE(peer.Send(Release(handle)));
+  ASSERT_TRUE(requests.handles.AwaitEqual(kCallbacks));
+  ASSERT_EQ(peer.Receive().type, 4);
   std::map<uint64_t, Object> callbacks;
   requests.pending.Update([&](auto& pending) { callbacks.swap(pending); });
   ASSERT_EQ(callbacks.size(), kCallbacks);
