@@ -125,7 +125,7 @@ TEST(KesctlScan, ColoursATerminalAndShowsProgressThereButObeysItsUser) {
 TEST(KesctlScan, SendsWhatItsOptionsSay) {
   StandInDaemon daemon(Answer::kResult, TestResult{});
   const Outcome outcome = RunKesctl(
-      ScanAt(daemon, {"--mode", "fallback", "--channel", "11", "--channel=5180", "--ssid", "a", "--ssid", "-b",
+      ScanAt(daemon, {"--mode", "fallback", "--channel", "14", "--channel=2484", "--ssid", "a", "--ssid", "-b",
                       "--bssid", "02:00:5E:00:00:FF", "--passive", "--max-age", "7", "--timeout", "5000"}));
   EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
   EXPECT_EQ(outcome.out, "0 access points\n");
@@ -133,10 +133,29 @@ TEST(KesctlScan, SendsWhatItsOptionsSay) {
   const std::vector<Bytes> sent = daemon.RequestBuffers();
   EXPECT_EQ(sent[0],
             Bytes({0x88, 0x13, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 7, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0, 0}));
-  EXPECT_EQ(sent[1], Bytes({11, 0, 0, 0, 0x3C, 0x14, 0, 0}));
+  EXPECT_EQ(sent[1], Bytes({14, 0, 0, 0, 0xB4, 0x09, 0, 0}));
   ASSERT_EQ(sent[2].size(), 72u);
   EXPECT_EQ(sent[2][40], '-');
   EXPECT_EQ(sent[3], Bytes({0xFF, 0, 0, 0, 0x5E, 0, 2, 0}));
+}
+
+TEST(KesctlScan, SendsTheNumbersOfItsWords) {
+  const struct {
+    std::vector<std::string> options;
+    std::size_t at;
+    uint32_t sent;
+  } cases[] = {
+      {{"--mode", "fresh"}, offsetof(DiscoveryScanParams, mode), 0},
+      {{"--mode", "cache"}, offsetof(DiscoveryScanParams, mode), 2},
+      {{"--band", "2.4"}, offsetof(DiscoveryScanParams, band), 0},
+      {{"--band", "5"}, offsetof(DiscoveryScanParams, band), 1},
+      {{"--band", "all"}, offsetof(DiscoveryScanParams, band), 2},
+  };
+  for (const auto& [options, at, sent] : cases) {
+    StandInDaemon daemon(Answer::kResult, TestResult{});
+    EXPECT_EQ(RunKesctl(ScanAt(daemon, options)).exitCode, 0) << options[1];
+    EXPECT_EQ(daemon.RequestBuffers()[0].at(at), sent) << options[1];
+  }
 }
 
 struct UsageCase {
