@@ -39,7 +39,6 @@ class Requests {
   Watched<std::map<uint64_t, Object>> pending;
   Watched<int> handles;
   Watched<std::vector<int32_t>> results;
-  Watched<int> calling;
 
  private:
   struct Handle {
@@ -68,7 +67,6 @@ class Requests {
     Requests& requests = *static_cast<Requests*>(context);
     if (ObjectOperation(op) >= OBJECT_OP_RETAIN) return OBJECT_OK;
     if (op == 1 && counts == ObjectCounts(0, 0, 1, 0)) {
-      requests.calling.Update([](int& n) { ++n; });
       const int32_t result = args[0].object.invoke(args[0].object.context, 0, nullptr, 0);
       requests.results.Update([&](auto& list) { list.push_back(result); });
       return result;
