@@ -160,7 +160,7 @@ std::set<Row> RowsOfScan(const std::string& json) {
 using Heard = std::tuple<kes::MacAddress, bool, std::vector<uint8_t>, uint32_t, double, uint64_t, uint16_t, uint16_t,
                          std::vector<uint8_t>>;
 
-std::multiset<Heard> HeardIn(const Daemon& daemon, const DiscoveryRequest& request) {
+std::multiset<Heard> HeardIn(const Daemon& daemon, const kes::DiscoveryRequest& request) {
   std::multiset<Heard> all;
   auto client = daemon.Connect();
   if (!client) return all;
@@ -176,7 +176,7 @@ std::multiset<Heard> HeardIn(const Daemon& daemon, const DiscoveryRequest& reque
 // Scans with kesctl, which also writes the capture `written`. A daemon that measures it hears the same.
 Outcome ScanAndReadBack(const Daemon& daemon, const std::string& written, const std::string& ssid = "") {
   std::vector<std::string> command = daemon.Kesctl({"scan", "--json", "--pcap", written});
-  DiscoveryRequest cached;  // the same scan's result, with its time stamps
+  kes::DiscoveryRequest cached;  // the same scan's result, with its time stamps
   cached.mode = wifi::RequestMode::kCacheOnly;
   if (!ssid.empty()) {
     command.insert(command.end(), {"--ssid", ssid});
