@@ -15,6 +15,7 @@ import unittest
 import kes
 
 BIN = pathlib.Path(os.environ["KESD_BINARY_DIR"]) / "bin"
+EMULATOR = os.environ["KESD_EMULATOR"].split()  # the words before a program of another processor's build
 PEERS = ["0e:7c:33:90:5a:20", "02:A0:C9:11:45:05", "02:40:f4:03:12:99", "0a:1b:2c:3d:4e:10", "0a:1b:2c:3d:4e:11",
          "02:bb:cc:01:f0:0d", "02:00:00:00:00:77"]
 PATIENCE_S = 60
@@ -25,8 +26,8 @@ class Daemon(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         path = folder.name + "/kesd.sock"
-        self.daemon = subprocess.Popen([BIN / "kesd-launch", "--socket", path, "--", BIN / "kesd"], text=True,
-                                       stderr=subprocess.PIPE,
+        self.daemon = subprocess.Popen([*EMULATOR, BIN / "kesd-launch", "--socket", path, "--", *EMULATOR, BIN / "kesd"],
+                                       text=True, stderr=subprocess.PIPE,
                                        env=os.environ | {"VEXO_SOURCE": source, "KES_LOG": "kesd=debug"})
         self.addCleanup(self.daemon.communicate)
         self.addCleanup(self.daemon.terminate)
@@ -39,7 +40,7 @@ class Daemon(unittest.TestCase):
         self.assertTrue(any(part in line for line in self.daemon.stderr), part)
 
     def kesctl(self, path: str, *arguments: str) -> dict:
-        command = [BIN / "kesctl", "--socket", path, *arguments, "--json"]
+        command = [*EMULATOR, BIN / "kesctl", "--socket", path, *arguments, "--json"]
         return json.loads(subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout)
 
     def script(self, path: str, *arguments: str) -> subprocess.Popen:
