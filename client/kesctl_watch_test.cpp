@@ -76,7 +76,9 @@ compare() { echo "code $?"; if test "$(stty -g)" = "$before"; then echo same; el
 sh -c 'echo "pid $$"; exec "$0" "$@"' "$0" "$@"
 compare
 )sh";
-  std::vector<std::string> command{"/bin/sh", "-m", "-c", kScript + afterwards, KESD_BINARY_DIR "/bin/kesctl"};
+  std::vector<std::string> command{"/bin/sh", "-m", "-c", kScript + afterwards};
+  const std::vector<std::string> kesctl = testing_process::Emulated({KESD_BINARY_DIR "/bin/kesctl"});
+  command.insert(command.end(), kesctl.begin(), kesctl.end());
   command.insert(command.end(), arguments.begin(), arguments.end());
   return Process(command, Output::kTerminal, {"TERM=xterm", "LC_ALL=C.UTF-8", "NO_COLOR"});
 }

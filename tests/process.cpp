@@ -52,8 +52,9 @@ std::vector<char*> Pointers(const std::vector<std::string>& strings) {
   return pointers;
 }
 
+}  // namespace
+
 #ifdef KESD_EMULATOR
-// The build's programs are another processor's: both the one that is started and the one behind "--" that it starts.
 std::vector<std::string> Emulated(const std::vector<std::string>& arguments) {
   std::vector<std::string> words;
   for (const std::string& argument : arguments) {
@@ -64,10 +65,8 @@ std::vector<std::string> Emulated(const std::vector<std::string>& arguments) {
   return words;
 }
 #else
-const std::vector<std::string>& Emulated(const std::vector<std::string>& arguments) { return arguments; }
+std::vector<std::string> Emulated(const std::vector<std::string>& arguments) { return arguments; }
 #endif
-
-}  // namespace
 
 Process::Process(const std::vector<std::string>& arguments, Output output,
                  const std::vector<std::string>& environment) {
@@ -77,7 +76,7 @@ Process::Process(const std::vector<std::string>& arguments, Output output,
   if (output == Output::kFull) outEnds.write.Reset(open("/dev/full", O_WRONLY | O_CLOEXEC));
   if (output == Output::kClosedPipe) outEnds.read.Reset(-1);
   const bool merged = output == Output::kMerged || output == Output::kTerminal;
-  const std::vector<std::string>& words = Emulated(arguments);
+  const std::vector<std::string> words = Emulated(arguments);
   const std::vector<char*> argv = Pointers(words);
 
   pid = fork();

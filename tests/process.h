@@ -26,6 +26,10 @@ struct Outcome {
   std::string err;
 };
 
+// The command with the emulator before each program of the build, where that is another processor's: before the one
+// that is started and the one behind "--" that it starts. A Process does that itself; this is for what a shell starts.
+std::vector<std::string> Emulated(const std::vector<std::string>& arguments);
+
 // Its standard input is a pipe that this object holds, unless it is a terminal. The destructor kills what still runs.
 class Process {
  public:
