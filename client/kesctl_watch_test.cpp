@@ -152,7 +152,7 @@ TEST(KesctlWatch, StopsComesBackAndTakesANewSize) {
   Process shell = OnTerminal(WatchAt(daemon, {}), "fg; compare");
   EXPECT_FALSE(Has(shell.ReadUntil(kBars), "SECURITY"));
   shell.Resize(10, 200);
-  (void)shell.ReadUntil("SECURITY");
+  EXPECT_TRUE(Has(shell.ReadUntil("SECURITY"), "SECURITY"));
   shell.Type("\x1a");
   const std::string stopped = shell.ReadUntil("same");
   EXPECT_TRUE(Has(stopped, kLeave) && Has(stopped, "code 148")) << stopped;
