@@ -104,7 +104,7 @@ TEST(KesctlWatch, LeavesTheTerminalAsItWasOnEveryWayOut) {
       {"Ctrl-backslash", two, "\x1c", 0, 131, "02:00:00:00:00:01"},
       {"SIGTERM", two, "", SIGTERM, 143, "02:00:00:00:00:01"},
       {"SIGHUP", two, "", SIGHUP, 129, "02:00:00:00:00:01"},
-      {"held by Ctrl-S", two, "\x13", SIGTERM, 143, "02:00:00:00:00:01"},
+      {"held by Ctrl-S", two, "\x13q", 0, 0, "02:00:00:00:00:01"},
       {"the count", std::vector(3, OneNamed("a")), "", 0, 0, "02:00:00:00:00:01"},
       {"no daemon from the start", {{}}, "", 0, 3, "lost the daemon"},
   };
