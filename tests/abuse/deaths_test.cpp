@@ -84,14 +84,17 @@ TEST(Deaths, NothingIsLeftOfAStormOfClients) {
   WatchedDaemon daemon("scene:aps=3,delay=2");
   Storm(daemon, kHampered ? 200 : 1'000);  // what the first clients make it keep, such as memory for threads, stays
   EXPECT_TRUE(daemon.BecomesIdle());
-  const uint64_t resident = daemon.ResidentBytes();
-  Storm(daemon, kHampered ? 1'000 : 10'000);
-  EXPECT_TRUE(daemon.BecomesIdle());
-  if (!kHampered) {
-    EXPECT_TRUE(Await([&] { return daemon.ResidentBytes() * 20 <= resident * 21; }))
-        << daemon.ResidentBytes() << " after " << resident;
+  // A storm that has more clients at once than any before leaves it with more, too; one that leaks does so every time.
+  bool grew = true;
+  for (int storm = 0; grew && storm < 3; ++storm) {
+    const uint64_t resident = daemon.ResidentBytes();
+    Storm(daemon, kHampered ? 1'000 : 10'000);
+    EXPECT_TRUE(daemon.BecomesIdle());
+    const uint64_t afterwards = daemon.ResidentBytes();
+    grew = !kHampered && afterwards * 20 > resident * 21;
+    std::cout << "resident: " << (resident >> 10) << " KiB before, " << (afterwards >> 10) << " KiB after\n";
   }
-  std::cout << "resident: " << (resident >> 10) << " KiB before, " << (daemon.ResidentBytes() >> 10) << " KiB after\n";
+  EXPECT_FALSE(grew);
   auto client = daemon.Connect();
   ASSERT_TRUE(client);
   EXPECT_TRUE(Scan(*client, {}));
