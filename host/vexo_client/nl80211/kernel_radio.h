@@ -1,11 +1,10 @@
-// The radio's own thread, which alone talks to the kernel: scans and measures one at a time, and waits for their ends.
-#ifndef KESD_HOST_VEXO_CLIENT_NL80211_SCANNING_RADIO_H_
-#define KESD_HOST_VEXO_CLIENT_NL80211_SCANNING_RADIO_H_
+// The radio's own thread, which alone talks to the kernel.
+#ifndef KESD_HOST_VEXO_CLIENT_NL80211_KERNEL_RADIO_H_
+#define KESD_HOST_VEXO_CLIENT_NL80211_KERNEL_RADIO_H_
 
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,15 +14,15 @@
 #include "host/vexo_client/nl80211/netlink.h"
 #include "host/vexo_client/nl80211/radio.h"
 #include "host/vexo_client/nl80211/ranging_turns.h"
-#include "host/vexo_client/nl80211/scan_queue.h"
+#include "host/vexo_client/nl80211/scan_turns.h"
 #include "support/mutex.h"
 
 namespace vexo_host::nl80211 {
 
-class ScanningRadio final : public Radio {
+class KernelRadio final : public Radio {
  public:
-  ScanningRadio(std::string someName, const RadioReports& reports);
-  ~ScanningRadio() override;
+  KernelRadio(std::string someName, const RadioReports& reports);
+  ~KernelRadio() override;
 
   // False when there is no thread or no descriptor for it. Call it once, first.
   bool Start();
@@ -39,13 +38,6 @@ class ScanningRadio final : public Radio {
     std::shared_ptr<ScanRequest> request;
   };
 
-  enum class State {
-    kIdle,      // no scan is current
-    kWaiting,   // for somebody else's scan to end
-    kScanning,  // a scan of our own runs
-    kAborting,  // one was told to end
-  };
-
   void Run();
   void Serve();
   bool TakeWanted() KESD_EXCLUDES(mutex);
@@ -53,15 +45,6 @@ class ScanningRadio final : public Radio {
   void Take(Wanted wanted, wifi::ScanStatus status, const Interface& radio);
   void Take(std::vector<RangingRequest> wanted, wifi::ScanStatus status, const Interface& radio);
   bool OpenNetlink();
-
-  void Begin();
-  void Trigger();
-  void Continue(Clock::time_point now);
-  void TakeEvents(bool hasJustBegun);
-  void ScanEnded(bool aborted);
-  int Abort();
-  void Finish();
-  void End(wifi::ScanStatus status, std::vector<Bss> found = {});
 
   const std::string name;
   const ScanReport report;
@@ -75,16 +58,12 @@ class ScanningRadio final : public Radio {
   bool stopping KESD_GUARDED_BY(mutex) = false;
 
   // The thread's own.
+  Netlink commands;
+  bool isOpen = false;  // commands and scans are
+  ScanTurns scans;
   RangingTurns ranging;
-  std::optional<Netlink> commands, events;
-  Interface scanned;  // index and radio of the current scan; the interface may be made anew meanwhile
-  ScanQueue queue;
-  State state = State::kIdle;
-  Clock::time_point begun;  // when the current scan was first asked for
-  Clock::time_point due;    // unless idle: when the state is looked at again, whatever came
-  int retries = 0;          // of the current scan, after somebody ended it
 };
 
 }  // namespace vexo_host::nl80211
 
-#endif  // KESD_HOST_VEXO_CLIENT_NL80211_SCANNING_RADIO_H_
+#endif  // KESD_HOST_VEXO_CLIENT_NL80211_KERNEL_RADIO_H_
