@@ -1,10 +1,8 @@
 #include "host/fenksocket/service.h"
 
 #include <fcntl.h>
-#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
-#include <sys/timerfd.h>
 #include <sys/un.h>
 
 #include <cerrno>
@@ -16,6 +14,7 @@
 #include <utility>
 
 #include "host/fenksocket/poll_timeout.h"
+#include "host/fenksocket/poller.h"
 #include "platform/log.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -69,32 +68,6 @@ sigset_t EndSignals() {
 
 }  // namespace
 
-struct Service::Poller {
-  explicit Poller(std::chrono::milliseconds answerDeadline)
-      : lookAfter(std::max(answerDeadline / 4, std::chrono::milliseconds(1))) {}
-
-  const UniqueFd epoll{epoll_create1(EPOLL_CLOEXEC)};
-  const UniqueFd timer{timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)};
-  const std::chrono::nanoseconds lookAfter;
-
-  // Reports `events` of `fd` as `what` from now on.
-  bool Watch(int fd, uint64_t what, uint32_t events) const {
-    epoll_event event{events, {.u64 = what}};
-    if (epoll_ctl(epoll.Get(), EPOLL_CTL_MOD, fd, &event) == 0) return true;
-    return errno == ENOENT && epoll_ctl(epoll.Get(), EPOLL_CTL_ADD, fd, &event) == 0;
-  }
-
-  // Something had to stay on this connection: Flush is due when its socket is writable, and when the timer fires.
-  void WatchUnsent(int fd, uint64_t number) const {
-    Watch(fd, number, EPOLLOUT | EPOLLONESHOT);
-    itimerspec next{};
-    if (timerfd_gettime(timer.Get(), &next) != 0 || next.it_value.tv_sec != 0 || next.it_value.tv_nsec != 0) return;
-    constexpr long kNanoseconds = 1'000'000'000;
-    next.it_value = {lookAfter.count() / kNanoseconds, lookAfter.count() % kNanoseconds};
-    timerfd_settime(timer.Get(), 0, &next, nullptr);
-  }
-};
-
 std::unique_ptr<Service> Service::Start(int fd, Object root, const ServiceOptions& options) {
   sigset_t oldMask;
   pthread_sigmask(SIG_SETMASK, nullptr, &oldMask);
@@ -145,7 +118,7 @@ bool Service::Set() {
   }
   wake.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   if (!wake.IsOpen() || !poller->Watch(wake.Get(), kWakeEvent, EPOLLIN) ||
-      !poller->Watch(listener, kListenerEvent, EPOLLIN) || !poller->Watch(poller->timer.Get(), kTimerEvent, EPOLLIN) ||
+      !poller->Watch(listener, kListenerEvent, EPOLLIN) || !poller->Watch(poller->Timer(), kTimerEvent, EPOLLIN) ||
       (options.watchSignals && !poller->Watch(signals.Get(), kSignalEvent, EPOLLIN))) {
     log_error(kTag, "cannot wait for connections: %s", strerrordesc_np(errno));
     return false;
@@ -222,7 +195,7 @@ void Service::Accept() {
   for (;;) {
     epoll_event events[16];
     const int count =
-        epoll_wait(poller->epoll.Get(), events, 16, PollTimeout(resting ? std::optional(resume) : std::nullopt));
+        epoll_wait(poller->Descriptor(), events, 16, PollTimeout(resting ? std::optional(resume) : std::nullopt));
     if (count < 0 && errno != EINTR) {
       log_error(kTag, "cannot wait for connections: %s", strerrordesc_np(errno));
       return;
@@ -246,7 +219,7 @@ void Service::Accept() {
         JoinFinished();
       } else if (what == kTimerEvent) {
         uint64_t ignored;
-        if (read(poller->timer.Get(), &ignored, sizeof(ignored)) < 0) continue;
+        if (read(poller->Timer(), &ignored, sizeof(ignored)) < 0) continue;
         ForEachConnection([](Connection& connection) { connection.Flush(); });
       } else if (what == kListenerEvent) {
         const int error = (events[i].events & EPOLLHUP) != 0 ? EINVAL : AcceptOne();

@@ -20,6 +20,8 @@
 
 namespace fenk {
 
+class Poller;
+
 struct ServiceOptions {
   Limits limits = kServerLimits;
   unsigned maxConnections = kMaxConnections;
@@ -61,10 +63,6 @@ class Service {
     pthread_t thread;
   };
 
-  // Wakes the acceptor when a connection's socket is writable again, or its peer is to be looked after. Outlives the
-  // service for the sake of connections that stand-ins keep.
-  struct Poller;
-
   Service(int fd, Object servedRoot, const ServiceOptions& serviceOptions);
   bool Set();
   bool StartThread(pthread_t& thread, void* (*entry)(void*), void* argument, const char* name);
@@ -91,7 +89,7 @@ class Service {
   const int listener;
   const Object root;
   const ServiceOptions options;
-  std::shared_ptr<Poller> poller;
+  std::shared_ptr<Poller> poller;  // outlives the service, for the sake of connections that stand-ins keep
   UniqueFd signals;
   UniqueFd wake;
   pthread_t acceptor{};
