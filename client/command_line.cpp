@@ -30,9 +30,9 @@ constexpr char kWatchNotes[] =
     "to -46 dBm, a gap where a scan did not hear it. \"new\" for 5 scans, \"gone\" for 5 scans, then dropped. It ends "
     "with\n"
     "q or Ctrl-C, leaves the terminal as it was, and the last table on it. Ctrl-Z suspends it.\n"
-    "Into a pipe or a file, or with --json, one JSON object a scan, in a line of its own. With NO_COLOR or TERM=dumb, "
-    "a\n"
-    "plain table a scan.\n"
+    "Into a pipe or a file, or with --json, one JSON object a scan, in a line of its own. With TERM=dumb, a plain "
+    "table\n"
+    "a scan; with NO_COLOR, the table that stays has no colours.\n"
     "A daemon that does not answer the first scan ends it; one that goes away later is waited for, at the same "
     "interval.\n";
 

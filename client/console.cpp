@@ -77,11 +77,14 @@ bool PrintResult(std::string_view text) {
   return true;
 }
 
+bool IsCapableTerminal() {
+  const char* terminal = std::getenv("TERM");
+  return isatty(STDOUT_FILENO) == 1 && (terminal == nullptr || std::string_view(terminal) != "dumb");
+}
+
 bool WantsColour() {
   const char* noColour = std::getenv("NO_COLOR");
-  const char* terminal = std::getenv("TERM");
-  return isatty(STDOUT_FILENO) == 1 && (noColour == nullptr || *noColour == '\0') &&
-         (terminal == nullptr || std::string_view(terminal) != "dumb");
+  return IsCapableTerminal() && (noColour == nullptr || *noColour == '\0');
 }
 
 ProgressLine::ProgressLine(std::string_view activity) : what(activity), shown(isatty(STDERR_FILENO) == 1) { Update(); }

@@ -42,7 +42,10 @@ int Fail(const kes::Error& error, const std::string& socketPath);
 // Writes all of `text` to standard output. False when that failed; it has said why.
 bool PrintResult(std::string_view text);
 
-// Whether standard output is a terminal whose user wants colour (NO_COLOR is not set, TERM is not "dumb").
+// Whether standard output is a terminal that obeys escape sequences (TERM is not "dumb").
+bool IsCapableTerminal();
+
+// Whether it is one, whose user wants colour (NO_COLOR is not set).
 bool WantsColour();
 
 // A line on standard error that tells how long something has been going on; nothing unless that is a terminal.

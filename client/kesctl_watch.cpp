@@ -110,7 +110,7 @@ std::unique_ptr<WatchDisplay> MakeDisplay(const WatchOptions& options, bool isLi
 int RunWatch(const WatchOptions& options) {
   constexpr int kEnding[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
   constexpr int kOfTerminals[] = {SIGTSTP, SIGCONT, SIGWINCH};
-  const bool isLive = WantsColour() && !options.json;
+  const bool isLive = IsCapableTerminal() && !options.json;
   Interrupts interrupts(kEnding, std::span(kOfTerminals).first(isLive ? 3 : 0), &Terminal::GiveBack);
   const kes::Result<int> end = [&] {
     const std::unique_ptr<WatchDisplay> display = MakeDisplay(options, isLive);

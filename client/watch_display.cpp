@@ -31,7 +31,7 @@ bool LineDisplay::Show(const kes::DiscoveryResult* result, const std::string& tr
   return result == nullptr || PrintResult(json ? ScanJson(*result) : ScanTable(*result, {}) + '\n');
 }
 
-LiveDisplay::LiveDisplay(std::chrono::milliseconds interval) : utf8(IsLocaleUtf8()) {
+LiveDisplay::LiveDisplay(std::chrono::milliseconds interval) : style{IsLocaleUtf8(), WantsColour()} {
   state.interval = interval;
   (void)Draw();
 }
@@ -75,7 +75,7 @@ void LiveDisplay::End() {
 }
 
 std::vector<std::string> LiveDisplay::Lines() const {
-  return WatchLines(history, state, terminal.Size(), std::chrono::steady_clock::now(), utf8);
+  return WatchLines(history, state, terminal.Size(), std::chrono::steady_clock::now(), style);
 }
 
 bool LiveDisplay::Draw() const { return PrintResult(DrawingOf(Lines(), terminal.Size())); }

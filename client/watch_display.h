@@ -59,7 +59,7 @@ class LiveDisplay : public WatchDisplay {
   bool Draw() const;
   bool ServeKeys() const;
 
-  const bool utf8;
+  const WatchStyle style;
   SignalHistory history;
   WatchState state;
   Terminal terminal;

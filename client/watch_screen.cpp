@@ -96,7 +96,7 @@ std::string Fit(std::string_view line, std::size_t room) {
 }  // namespace
 
 std::vector<std::string> WatchLines(const SignalHistory& history, const WatchState& state, const ScreenSize& size,
-                                    std::chrono::steady_clock::time_point now, bool utf8) {
+                                    std::chrono::steady_clock::time_point now, const WatchStyle& style) {
   const std::vector<const HeardAccessPoint*> heard = history.Sorted();
   std::vector<std::string> lines{Title(heard, state)};
   if (!state.trouble.empty()) {
@@ -107,10 +107,10 @@ std::vector<std::string> WatchLines(const SignalHistory& history, const WatchSta
   if (!heard.empty()) {
     const std::size_t barsWidth = std::clamp<std::size_t>(size.columns / 5, 8, SignalHistory::kMaxSignals);
     const std::vector<Column> columns = Arrange<Column>(ScanColumns(), {"HISTORY"}, {"    "});  // "gone" has room
-    Table table(columns, true);
+    Table table(columns, style.colour);
     for (std::size_t i = 0; i < shown; ++i) {
       const auto since = std::chrono::duration_cast<std::chrono::milliseconds>(now - heard[i]->heardAt);
-      table.Add(RowOf(*heard[i], since, Bars(*heard[i], barsWidth, utf8)));
+      table.Add(RowOf(*heard[i], since, Bars(*heard[i], barsWidth, style.utf8)));
     }
     lines.push_back(table.Header());
     for (std::size_t i = 0; i < shown; ++i) {

@@ -24,10 +24,15 @@ struct WatchState {
   std::string trouble;  // why there is no result, or a bad one; any text
 };
 
-// No more lines than fit, none wider than fits, with colours: first what is going on, in one line, then the table; the
-// last line tells how many access points found no room. `utf8`: draw signals as bars, else as digits.
+struct WatchStyle {
+  bool utf8 = false;    // signals are bars, else digits
+  bool colour = false;  // and the table has a bold header
+};
+
+// No more lines than fit, none wider than fits: first what is going on, in one line, then the table; the last line
+// tells how many access points found no room.
 std::vector<std::string> WatchLines(const SignalHistory& history, const WatchState& state, const ScreenSize& size,
-                                    std::chrono::steady_clock::time_point now, bool utf8);
+                                    std::chrono::steady_clock::time_point now, const WatchStyle& style);
 
 // What makes a screen show `lines` and nothing else, whatever it showed before. Never moves what is shown.
 std::string DrawingOf(const std::vector<std::string>& lines, const ScreenSize& size);

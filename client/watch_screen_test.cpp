@@ -57,7 +57,7 @@ TEST(WatchScreen, ShowsWhatEachScanHeard) {
       history.Add(std::move(result), kNow);
     }
     std::string row;
-    for (const std::string& line : WatchLines(history, {}, {24, 400}, kNow, false)) {
+    for (const std::string& line : WatchLines(history, {}, {24, 400}, kNow, {.colour = true})) {
       if (line.find("00:02") != std::string::npos) row = line;
     }
     const std::string expected = "m  " + std::string(60 - c.bars.size(), ' ') + c.bars + "  " + c.state + "  00:00";
@@ -75,7 +75,8 @@ TEST(WatchScreen, FitsEverySize) {
   const WatchState state{.scans = 7, .interval = std::chrono::milliseconds(2500), .trouble = "lost \x1b[1m"};
   for (const std::size_t rows : {1u, 2u, 3u, 4u, 10u, 22u, 23u, 24u, 60u}) {
     for (std::size_t columns = 1; columns < 130; ++columns) {
-      const std::vector<std::string> lines = WatchLines(history, state, {rows, columns}, kNow, true);
+      const std::vector<std::string> lines =
+          WatchLines(history, state, {rows, columns}, kNow, {.utf8 = true, .colour = true});
       ASSERT_LE(lines.size(), rows);
       std::size_t shown = 0;
       for (const std::string& line : lines) {
@@ -91,7 +92,7 @@ TEST(WatchScreen, FitsEverySize) {
       }
     }
   }
-  EXPECT_EQ(WatchLines(history, state, {9, 99}, kNow, true).at(0),
+  EXPECT_EQ(WatchLines(history, state, {9, 99}, kNow, {}).at(0),
             "Scan 7, every 2.5 s: 20 access points; q or Ctrl-C ends");
   EXPECT_EQ(DrawingOf({"a", "b"}, {2, 9}), "\033[1Ha\033[K\033[2Hb\033[K");
   EXPECT_EQ(DrawingOf({"a"}, {2, 9}), "\033[1Ha\033[K\033[2H\033[J");
