@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <system_error>
 
+#include "client/interrupts.h"
+
 namespace kesctl {
 
 void Complain(std::string_view message) {
@@ -61,7 +63,8 @@ int Fail(const kes::Error& error, const std::string& socketPath) {
 }
 
 bool PrintResult(std::string_view text) {
-  while (!text.empty()) {
+  for (bool isTried = false; !text.empty(); isTried = true) {
+    if (isTried && Interrupts::Caught() != 0) return false;  // it may be that nobody takes it, ever
     const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
     if (written >= 0) {
       text.remove_prefix(static_cast<std::size_t>(written));

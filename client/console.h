@@ -39,7 +39,8 @@ Failure Explain(const kes::Error& error, const std::string& socketPath);
 // Says what Explain has to say, and returns the exit code.
 int Fail(const kes::Error& error, const std::string& socketPath);
 
-// Writes all of `text` to standard output. False when that failed; it has said why.
+// Writes all of `text` to standard output. False when that failed, and it has said why; or when an ending signal came
+// while nobody took it.
 bool PrintResult(std::string_view text);
 
 // Whether standard output is a terminal that obeys escape sequences (TERM is not "dumb").

@@ -149,6 +149,31 @@ TEST(KesctlWatch, LeavesTheTerminalAsItWasWhenADaemonHoldsIt) {
   EXPECT_TRUE(Has(out, "Terminated") || Has(out, "Hangup")) << out;
 }
 
+TEST(KesctlWatch, EndsWhereNobodyTakesWhatItDraws) {
+  TestResult crowd;
+  for (uint8_t i = 0; i < 250; ++i) crowd.Add({2, 0, 0, 0, 1, i}, std::string(32, 'x'), 5180, -4000, {0, 0});
+  StandInDaemon daemon(Answer::kResult, std::vector(9, ImagesOf(crowd)));
+  Process kesctl = Kesctl(WatchAt(daemon, {}), Output::kTerminal);
+  kesctl.Resize(300, 250);
+  ASSERT_TRUE(kesctl.AwaitFullTerminal());
+  kesctl.Signal(SIGTERM);
+  EXPECT_TRUE(kesctl.AwaitHangUp());
+  EXPECT_EQ(kesctl.Finish().exitCode, 128 + SIGTERM);
+}
+
+TEST(KesctlWatch, EndsWhenItIsEndedWhileItIsStopped) {
+  StandInDaemon daemon(Answer::kResult, std::vector(2, OneNamed("a")));
+  Process shell = OnTerminal(
+      WatchAt(daemon, {}),
+      "kill %1; kill -CONT %1; code=148; while test $code = 148; do wait %1; code=$?; done; (exit $code); compare");
+  (void)shell.ReadUntil(kBars);
+  shell.Type("\x1a");
+  (void)shell.ReadUntil("same");
+  const std::string out = shell.Finish().out;
+  EXPECT_TRUE(Has(out, "code 143\r\nsame")) << out;
+  EXPECT_FALSE(Has(out, "\033")) << out;
+}
+
 TEST(KesctlWatch, StopsComesBackAndTakesANewSize) {
   StandInDaemon daemon(Answer::kResult, std::vector(2, OneNamed("a")));
   Process shell = OnTerminal(WatchAt(daemon, {}), "fg; compare");

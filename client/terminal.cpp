@@ -1,5 +1,6 @@
 #include "client/terminal.h"
 
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -39,20 +40,16 @@ ScreenSize Terminal::Size() const {
 int Terminal::KeyDescriptor() const { return isatty(STDIN_FILENO) == 1 ? STDIN_FILENO : -1; }
 
 void Terminal::Take() {
-  isTaken = 1;
-  if (hasModes != 0) {
-    termios modes = found;
-    modes.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
-    modes.c_iflag &= ~static_cast<tcflag_t>(IXON);  // Ctrl-S must not hold what gives the terminal back
-    modes.c_cc[VMIN] = 1;
-    modes.c_cc[VTIME] = 0;
+  termios modes = found;
+  modes.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+  modes.c_iflag &= ~static_cast<tcflag_t>(IXON);  // Ctrl-S must not hold what gives the terminal back
+  modes.c_cc[VMIN] = 1;
+  modes.c_cc[VTIME] = 0;
+  do {
+    isTaken = Interrupts::Caught() == 0 ? 1 : 0;
+    if (isTaken == 0) return;
     // In the background this stops the process, and begins anew once it goes on. Before anything is written, therefore.
-    while (tcsetattr(STDOUT_FILENO, TCSANOW, &modes) != 0 && errno == EINTR) {
-      if (Interrupts::Caught() == 0) continue;
-      isTaken = 0;
-      return;
-    }
-  }
+  } while (hasModes != 0 && tcsetattr(STDOUT_FILENO, TCSANOW, &modes) != 0 && errno == EINTR);
   (void)PrintResult(kEnter);
 }
 
@@ -65,9 +62,13 @@ void Terminal::GiveBack() {
   sigemptyset(&stopping);
   sigaddset(&stopping, SIGTTOU);
   pthread_sigmask(SIG_BLOCK, &stopping, &before);
-  (void)!write(STDOUT_FILENO, kLeave.data(), kLeave.size());
   const pid_t owner = tcgetpgrp(STDOUT_FILENO);  // negative when this terminal controls nobody of ours
-  if (hasModes != 0 && (owner < 0 || owner == getpgrp())) (void)tcsetattr(STDOUT_FILENO, TCSANOW, &found);
+  const bool isOurs = owner < 0 || owner == getpgrp();
+  // Where nobody takes what was written before, this must not wait for room.
+  pollfd out{STDOUT_FILENO, POLLOUT, 0};
+  if (isOurs && poll(&out, 1, 0) == 0) (void)tcflush(STDOUT_FILENO, TCOFLUSH);
+  (void)!write(STDOUT_FILENO, kLeave.data(), kLeave.size());
+  if (hasModes != 0 && isOurs) (void)tcsetattr(STDOUT_FILENO, TCSANOW, &found);
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   isTaken = 0;  // not before it is true: a signal may come any time
   errno = savedErrno;
@@ -83,5 +84,7 @@ void Terminal::Suspend() {
   sigaction(SIGTSTP, &caught, nullptr);
   Take();
 }
+
+bool Terminal::IsTaken() const { return isTaken != 0; }
 
 }  // namespace kesctl

@@ -20,12 +20,13 @@ class Terminal {
   // Where keys can be read; -1 when standard input is no terminal.
   int KeyDescriptor() const;
 
-  // Stops the process, as Ctrl-Z does, while the terminal is as it was found.
+  // Stops the process, as Ctrl-Z does, while the terminal is as it was found; then takes it again.
   void Suspend();
 
   // Has the terminal again, which somebody else may have used meanwhile. Stops the process while it is in the
-  // background.
+  // background. Not once an ending signal was caught: then it leaves the terminal alone.
   void Take();
+  bool IsTaken() const;
 
   // At the latest now is the terminal as it was found. May be called from a signal handler, at any time.
   static void GiveBack();

@@ -67,6 +67,7 @@ bool LiveDisplay::ServeKeys() const {
 }
 
 void LiveDisplay::End() {
+  if (!isShown) return;
   const std::vector<std::string> lines = Lines();
   Terminal::GiveBack();
   std::string table;
@@ -78,6 +79,9 @@ std::vector<std::string> LiveDisplay::Lines() const {
   return WatchLines(history, state, terminal.Size(), std::chrono::steady_clock::now(), style);
 }
 
-bool LiveDisplay::Draw() const { return PrintResult(DrawingOf(Lines(), terminal.Size())); }
+bool LiveDisplay::Draw() {
+  isShown = terminal.IsTaken() && PrintResult(DrawingOf(Lines(), terminal.Size()));
+  return isShown;
+}
 
 }  // namespace kesctl

@@ -56,13 +56,14 @@ class LiveDisplay : public WatchDisplay {
 
  private:
   std::vector<std::string> Lines() const;
-  bool Draw() const;
+  bool Draw();
   bool ServeKeys() const;
 
   const WatchStyle style;
   SignalHistory history;
   WatchState state;
   Terminal terminal;
+  bool isShown = false;  // all of the latest drawing
 };
 
 }  // namespace kesctl

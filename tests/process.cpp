@@ -167,6 +167,22 @@ std::vector<std::string> Process::ReadLinesUntil(const std::string& part) {
   return lines;
 }
 
+bool Process::AwaitFullTerminal() const {
+  const fenk::UniqueFd its(open(ptsname(out.Get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  const steady_clock::time_point deadline = steady_clock::now() + kPatience;
+  pollfd room{its.Get(), POLLOUT, 0};
+  while (poll(&room, 1, 0) == 1) {
+    if (steady_clock::now() > deadline) return false;
+    poll(nullptr, 0, 5);
+  }
+  return true;
+}
+
+bool Process::AwaitHangUp() const {
+  pollfd ended{out.Get(), 0, 0};
+  return poll(&ended, 1, std::chrono::milliseconds(kPatience).count()) == 1;
+}
+
 Outcome Process::Finish() {
   EndInput();
   Outcome outcome = {.exitCode = -1, .out = std::move(unread), .err = {}};

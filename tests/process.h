@@ -57,6 +57,11 @@ class Process {
   // The next lines of `out`, up to and including the first that contains `part`, or an empty one where none does.
   std::vector<std::string> ReadLinesUntil(const std::string& part);
 
+  // True once its terminal takes no more, as nothing is read.
+  bool AwaitFullTerminal() const;
+  // True once it has no `out` any more, of which nothing is read.
+  bool AwaitHangUp() const;
+
   // Ends its input and reads its output until it ends.
   Outcome Finish();
 
