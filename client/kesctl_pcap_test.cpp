@@ -40,15 +40,31 @@ TEST(KesctlScan, WritesACaptureWholeOrNotAtAll) {
     TestResult result;
     std::size_t size;
   } cases[] = {{endless, 24 + 2 * (16 + 36) + 13 + 7 + 12 + 2 + 16 + 262'144}, {TestResult{}, 24}};
-  const mode_t mask = umask(027);
-  for (const auto& [result, size] : cases) {
+  const auto expectWritten = [&](const TestResult& result, const std::string& path, std::size_t size, unsigned mode) {
     StandInDaemon daemon(Answer::kResult, result);
-    EXPECT_EQ(scanTo(file, daemon.SocketPath()).exitCode, 0);
-    EXPECT_EQ(std::filesystem::file_size(file), size);
-    EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms{0640});
-  }
+    EXPECT_EQ(scanTo(path, daemon.SocketPath()).exitCode, 0);
+    EXPECT_EQ(std::filesystem::file_size(path), size);
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms{mode});
+  };
+  const mode_t mask = umask(027);
+  for (const auto& [result, size] : cases) expectWritten(result, directory.path / "new.pcap", size, 0640);
   umask(mask);
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path), {}), 1);
+
+  // It takes an old one's place, wherever that is, and lets nobody read it who could not; unless it heard nothing.
+  std::filesystem::permissions(file, std::filesystem::perms{0604});
+  const std::filesystem::path link = directory.path / "link.pcap", loose = directory.path / "loose.pcap";
+  create_symlink(file, link);
+  create_symlink(directory.path / "nothing", loose);
+  expectWritten(cases[0].result, link, cases[0].size, 0604);
+  EXPECT_TRUE(is_symlink(link));
+  EXPECT_EQ(std::filesystem::file_size(file), cases[0].size);
+  TestResult failed;
+  failed.header.scanStatus = 4;
+  StandInDaemon daemon(Answer::kResult, failed);
+  EXPECT_TRUE(Has(scanTo(file, daemon.SocketPath()).err, "is not written: there is nothing to keep"));
+  EXPECT_EQ(std::filesystem::file_size(file), cases[0].size);
+  EXPECT_TRUE(Has(scanTo(loose, daemon.SocketPath()).err, "a link to nothing is there"));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path), {}), 4);
 }
 
 }  // namespace

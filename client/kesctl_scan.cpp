@@ -18,6 +18,15 @@ bool IsWritable(const std::string& path, const std::optional<std::string>& whyNo
   return !whyNot;
 }
 
+// A scan that failed and heard nothing must not take the place of what an earlier one heard.
+bool Keep(const kes::DiscoveryResult& result, const std::string& path) {
+  if (result.status == wifi::ScanStatus::kOk || !result.measurements.empty()) {
+    return IsWritable(path, ReplaceFile(path, ScanCapture(result)));
+  }
+  Complain("the capture " + path + " is not written: there is nothing to keep.");
+  return true;
+}
+
 }  // namespace
 
 int RunScan(const ScanOptions& options) {
@@ -26,7 +35,7 @@ int RunScan(const ScanOptions& options) {
   Session session(options.socketPath, "Scanning,", options.request.timeoutMs);
   const auto result = session.Ask(&kes::Client::StartDiscovery, options.request);
   if (!result) return session.ExitCode();
-  const bool isKept = !pcap || IsWritable(*pcap, ReplaceFile(*pcap, ScanCapture(*result)));
+  const bool isKept = !pcap || Keep(*result, *pcap);
   const TableStyle style{WantsColour(), options.elements};
   session.Show(options.json ? ScanJson(*result) : ScanTable(*result, style), result->status, WordsFor(result->status));
   return isKept ? session.ExitCode() : kExitRefused;
