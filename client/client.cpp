@@ -30,7 +30,7 @@ Result<ObjectRef> Client::OpenService(uint32_t id) {
   if (!root) return OutOfMemory();
   ObjectArg args[2] = {InputBuffer(&id, sizeof id), {}};
   const int32_t code = root.Get().invoke(root.Get().context, ROOT_OP_OPEN, args, kRootOpenCounts);
-  if (code == OBJECT_ERROR_INVALID) return Error{ErrorKind::kProtocol, "the daemon does not offer this service"};
+  if (code > OBJECT_OK) return Error{ErrorKind::kProtocol, "the daemon does not offer this service"};
   if (code != OBJECT_OK) return InvocationError(code, *connection);
   ObjectRef service(args[1].object);
   if (!service) return Error{ErrorKind::kProtocol, "the daemon opened no service"};

@@ -33,8 +33,8 @@ inline constexpr char kDefaultSocketPath[] = "/run/kesd/kesd.sock";
 class Client {
  public:
   // Connects to the daemon's socket at `path`, which is at most 107 bytes long, and makes sure that a daemon of this
-  // protocol answers there. kNoSocket, kNotASocket, kRefused, kNoPermission, kProtocol, kTimedOut, kInvalidArgument,
-  // kOutOfMemory, kSystem; kWoken when a signal handler ran while it connected.
+  // protocol answers there. kNoSocket, kNotASocket, kRefused, kNoPermission, kProtocol, kTimedOut, kLimit,
+  // kInvalidArgument, kOutOfMemory, kSystem; kWoken when a signal handler ran while it connected.
   static Result<Client> Connect(const std::string& path);
 
   // Each sends the request; the result may arrive before it returns. kRejected, kInvalidArgument, kProtocol,

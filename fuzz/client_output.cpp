@@ -131,7 +131,7 @@ void CheckScreen(const kes::DiscoveryResult& result) {
   history.Add(result, {});
   history.Add({}, {});
   for (const kesctl::ScreenSize size : {kesctl::ScreenSize{1, 1}, {4, 60}, {60, 400}}) {
-    const std::vector<std::string> lines = kesctl::WatchLines(history, {}, size, {}, true);
+    const std::vector<std::string> lines = kesctl::WatchLines(history, {}, size, {}, {.utf8 = true, .colour = true});
     Require(lines.size() <= size.rows, "as many lines as a screen has");
     std::string text;
     for (const std::string& line : lines) text += line + '\n';
