@@ -38,55 +38,52 @@ DiscoverySsidEntry Ssid(uint16_t length, const char* octets) {
 class DiscoveryScan : public testing::Test {
  protected:
   void SetUp() override {
-    counter = &VexoDispatcher::Get().requestIdCounter;
+    VexoDispatcher::Get();
     TheLibrary().Reset();
     scripted::TakeLog();
   }
   void TearDown() override { EXPECT_EQ(TheLibrary().liveRequests, 0) << "every request is deleted"; }
-  std::atomic<uint32_t>* counter;
 };
 
 TEST_F(DiscoveryScan, MapsEachModeToItsFactory) {
   // Timeout, scan type, mode, age filter, fallback parameter, band, cache and fresh flag.
   const DiscoveryScanParams kFull = {0x1'0000'0001, 7, 0, 0xFFFFFFFF, 22, 7, 0x80, 0, {}};
-  const char kChannelLog[] = "D kesd DiscoveryScan: createFreshScanRequest (channel) mode ";
-  const char kBandLog[] = "D kesd DiscoveryScan: createFreshScanRequest (band ";
+  const std::string kStart = "D kesd DiscoveryScan: ", kFresh = kStart + "createFreshScanRequest (";
   const struct {
     uint32_t mode;
     bool channels;
     const char* call;
-    std::string log;
+    Log log = {};
   } kCases[] = {
-      {0, false, "fresh band=2 1 4294967295 4294967297 0 0",
-       kBandLog + std::string("2) mode 0 scan_type 1 age_filter -1 timeout 1\n")},
-      {1, false, "fresh band=2 1 4294967295 4294967297 1 0",
-       kBandLog + std::string("2) mode 1 scan_type 1 age_filter -1 timeout 1\n")},
-      {0, true, "fresh channels=6,4000000000 1 4294967295 4294967297 0 0", kChannelLog + std::string("0\n")},
-      {1, true, "fresh channels=6,4000000000 1 4294967295 4294967297 1 0", kChannelLog + std::string("1\n")},
-      {2, false, "cache band=2 4294967295 4294967297 1", ""},
-      {2, true, "cache channels=6,4000000000 4294967295 4294967297 1", ""},
-      {3, false, "fallback band=2 1 4294967295 22 4294967297 1 0", ""},
-      {3, true, "fallback channels=6,4000000000 1 4294967295 22 4294967297 1 0", ""},
+      {0,
+       false,
+       "fresh band=2 1 4294967295 4294967297 0 0",
+       {kFresh + "band 2) mode 0 scan_type 1 age_filter -1 timeout 1\n"}},
+      {1,
+       false,
+       "fresh band=2 1 4294967295 4294967297 1 0",
+       {kFresh + "band 2) mode 1 scan_type 1 age_filter -1 timeout 1\n"}},
+      {1, true, "fresh channels=6,4000000000 1 4294967295 4294967297 1 0", {kFresh + "channel) mode 1\n"}},
+      {2, false, "cache band=2 4294967295 4294967297 1"},
+      {2, true, "cache channels=6,4000000000 4294967295 4294967297 1"},
+      {3, false, "fallback band=2 1 4294967295 22 4294967297 1 0"},
+      {3, true, "fallback channels=6,4000000000 1 4294967295 22 4294967297 1 0"},
+      {4, false, nullptr},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.call);
+  for (auto c : kCases) {
+    SCOPED_TRACE(c.mode);
     TheLibrary().factoryCalls.clear();
     scripted::TakeLog();
     Invocation invocation;
     invocation.params = kFull;
     invocation.params.mode = c.mode;
-    if (c.channels) {
-      invocation.channels =
-          scripted::BytesOf(uint32_t{6}, uint32_t{4000000000}, uint16_t{1});  // 10 bytes: two channels
-    } else {
-      invocation.channels = {6, 0, 0};  // less than one
-    }
-    EXPECT_EQ(invocation.Run(0x10000), OBJECT_OK) << "bit 16 of the operation is ignored";
-    EXPECT_TRUE(invocation.HandleWritten());
-    EXPECT_EQ(TheLibrary().factoryCalls, std::vector<std::string>{c.call});
-    Log log = {c.log, "D kesd DiscoveryScan: StartScan returning 0\n"};
-    if (c.log.empty()) log.erase(log.begin());
-    EXPECT_EQ(scripted::TakeLog(), log);
+    invocation.channels = {6, 0, 0};                                                  // less than one
+    if (c.channels) invocation.channels = scripted::BytesOf(6, 4'000'000'000u, 'x');  // two, and some
+    const bool made = c.call != nullptr;
+    EXPECT_EQ(invocation.Run(0x10000), made ? OBJECT_OK : OBJECT_ERROR) << "bit 16 of the operation is ignored";
+    EXPECT_EQ(TheLibrary().factoryCalls, made ? Log{c.call} : Log{});
+    c.log.push_back(kStart + "StartScan returning " + (made ? "0\n" : "1\n"));
+    EXPECT_EQ(scripted::TakeLog(), c.log);
   }
 }
 
@@ -134,36 +131,6 @@ TEST_F(DiscoveryScan, AttachesTheWholeEntriesOfItsLists) {
   EXPECT_EQ(TheLibrary().sendCalls, 2);
 }
 
-TEST_F(DiscoveryScan, ARequestThatCannotBeMadeOrSentUsesUpItsId) {
-  const struct {
-    const char* name;
-    uint32_t mode;
-    bool factoryFails;
-    int32_t sendResult;
-    bool throws;
-  } kCases[] = {{"unknown mode", 4, false, 0, false},
-                {"largest mode", 0xFFFFFFFF, false, 0, false},
-                {"no request from the factory", 2, true, 0, false},
-                {"refused", 2, false, -7, false},
-                {"a library that throws", 2, false, 0, true}};
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.name);
-    TheLibrary().Reset();
-    TheLibrary().factoryFails = c.factoryFails;
-    TheLibrary().sendResult = c.sendResult;
-    TheLibrary().throws = c.throws;
-    const uint32_t before = *counter;
-    scripted::TakeLog();
-    Invocation invocation;
-    invocation.params.mode = c.mode;
-    EXPECT_EQ(invocation.Run(), OBJECT_ERROR);
-    EXPECT_EQ(*counter, before + 1);
-    EXPECT_EQ(scripted::TakeLog(), Log{"D kesd DiscoveryScan: StartScan returning 1\n"});
-    EXPECT_FALSE(invocation.HandleWritten());
-    EXPECT_EQ(invocation.callback.retains, 0);
-  }
-}
-
 // In a process of its own, where no client was made yet.
 TEST(DiscoveryScanDeathTest, NothingThatTheLibraryThrowsLeavesTheInvocation) {
   EXPECT_EXIT(
@@ -177,19 +144,12 @@ TEST(DiscoveryScanDeathTest, NothingThatTheLibraryThrowsLeavesTheInvocation) {
 }
 
 TEST_F(DiscoveryScan, GoesOnWithTheEntriesThatFoundMemory) {
-  scripted::Callback callback;
-  const DiscoveryScanParams params = {};
-  const uint32_t channel = 6;
-  ObjectArg args[6] = {scripted::InputBuffer(&params, kDiscoveryScanParamsSize),
-                       scripted::InputBuffer(&channel, sizeof channel)};
-  args[4].object = callback.AsObject();
-  {
-    const scripted::FailingMemory noMemory(0, 1);
-    EXPECT_EQ(CreateVexoDiscoveryScan().invoke(nullptr, 0, args, kStartDiscoveryScanCounts), OBJECT_OK);
-  }
+  Invocation invocation;
+  invocation.channels = scripted::BytesOf(uint32_t{6});
+  invocation.failures = 1;
+  EXPECT_EQ(invocation.Run(), OBJECT_OK);
   EXPECT_EQ(TheLibrary().factoryCalls[0].substr(0, 12), "fresh band=0") << "no channel is left";
   EXPECT_EQ(scripted::TakeLog()[0], "E vector insertion failed -1");
-  ObjectRelease(args[5].object);
 }
 
 }  // namespace

@@ -93,7 +93,9 @@ int32_t Invocation::Invoke(Object service, uint32_t op, uint32_t counts, std::ve
   }
   args.push_back({.object = callback.AsObject()});
   args.push_back({.object = handle});
+  const FailingMemory memory(skip, failures);
   const int32_t result = service.invoke(service.context, op, args.data(), counts);
+  allocations = memory.Allocations();
   handle = args.back().object;
   return result;
 }

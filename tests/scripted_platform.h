@@ -75,8 +75,10 @@ struct Invocation {
   Object handle = {nullptr, this};  // what a slot still holds that was not written
 
   // Passes copies of `buffers`, each exactly as long as it is and at an odd address, the callback and the handle's
-  // slot.
+  // slot. Of the allocations that this takes, the first `skip` succeed, and the next `failures` do not.
   int32_t Invoke(Object service, uint32_t op, uint32_t counts, std::vector<std::vector<uint8_t>> buffers);
+  int skip = 0, failures = 0;
+  int allocations = 0;  // that it took
   bool HandleWritten() const { return handle.invoke != nullptr; }
   ~Invocation();  // releases the handle
 };
