@@ -28,46 +28,13 @@ using testing_process::Outcome;
 using testing_process::Scan;
 using testing_process::Soon;
 
-size_t CountOf(const kes::Result<kes::DiscoveryResult>& result) {
-  return result ? result->measurements.size() : ~size_t{0};
-}
-
-TEST(EndToEnd, ServesEachModeOfADiscoveryScan) {
-  Daemon daemon("scene:aps=300,delay=0");
-  auto client = daemon.Connect();
-  ASSERT_TRUE(client) << client.GetError().message;
-  using wifi::RequestMode;
-  EXPECT_EQ(CountOf(Scan(*client, {.mode = RequestMode::kCacheOnly})), 0u) << "nothing was scanned yet";
-  EXPECT_EQ(CountOf(Scan(*client, {.mode = RequestMode::kCacheFallback})), 300u);
-  EXPECT_EQ(CountOf(Scan(*client, {.mode = RequestMode::kCacheOnly})), 300u);
-  const auto all = Scan(*client, {});
-  ASSERT_EQ(CountOf(all), 300u);
-
-  size_t ofChannel = 0;
-  for (const kes::Measurement& measurement : all->measurements) {
-    EXPECT_FALSE(measurement.incomplete);
-    if (measurement.values.frequencyMhz == 2437) ++ofChannel;
-  }
-  EXPECT_GT(ofChannel, 0u);
-  EXPECT_EQ(CountOf(Scan(*client, {.channels = {6}})), ofChannel);
-  const auto invalid = Scan(*client, {.channels = {15}});
-  ASSERT_TRUE(invalid);
-  EXPECT_EQ(invalid->status, wifi::ScanStatus::kInvalidRequest);
-  EXPECT_EQ(daemon.Stop().exitCode, 0);
-}
-
 TEST(EndToEnd, RangesOnceAndPeriodically) {
   Daemon daemon("scene:delay=0");
   auto client = daemon.Connect();
   ASSERT_TRUE(client) << client.GetError().message;
-  kes::RangingRequest request;
-  for (const kes::MacAddress& mac : {kes::MacAddress{0x02, 0xA0, 0xC9, 0x11, 0x45, 0x05},
-                                     {0x02, 0x40, 0xF4, 0x03, 0x12, 0x99},
-                                     {0x02, 0x00, 0x00, 0x00, 0x00, 0x77}}) {
-    request.nodes.push_back({mac, std::nullopt, {}});
-  }
-  request.nodes.push_back(request.nodes[0]);  // once more: an entry of its own
-  request.nodes[3].secondMac = request.nodes[2].mac;
+  constexpr kes::MacAddress kNear{0x02, 0xA0, 0xC9, 0x11, 0x45, 0x05}, kUnknown{0x02, 0, 0, 0, 0, 0x77};
+  kes::RangingRequest request{
+      .nodes = {{kNear}, {{0x02, 0x40, 0xF4, 0x03, 0x12, 0x99}}, {kUnknown}, {kNear, kUnknown}}};
   for (const bool periodic : {false, true}) {
     if (periodic) request.periodic.emplace(kes::PeriodicRanging{.intervalMs = 100, .rounds = 3});
     auto scan = client->StartRanging(request);
@@ -77,15 +44,13 @@ TEST(EndToEnd, RangesOnceAndPeriodically) {
     EXPECT_EQ(result->status, wifi::ScanStatus::kOk);
     ASSERT_EQ(result->measurements.size(), 4u);
     const kes::RangingMeasurement &near = result->measurements[0], &again = result->measurements[3];
-    EXPECT_EQ(near.bssid, request.nodes[0].mac);
     EXPECT_EQ(near.ranging.status, wifi::RangingStatus::kSuccess);
     EXPECT_GT(near.ranging.distanceMm, 0);
     EXPECT_EQ(near.ranging.burstsAsked, 2);
-    EXPECT_EQ(near.peers, std::vector{request.nodes[0].mac});
     EXPECT_EQ(near.values.frequencyMhz, 5180u);
     EXPECT_FALSE(near.incomplete);
-    EXPECT_EQ(again.bssid, near.bssid);
-    EXPECT_EQ(again.peers, (std::vector{near.bssid, request.nodes[2].mac}));
+    EXPECT_EQ(again.bssid, kNear);
+    EXPECT_EQ(again.peers, (std::vector{kNear, kUnknown}));
     EXPECT_NE(again.ranging.rttPs, near.ranging.rttPs);
     EXPECT_EQ(result->measurements[1].ranging.status, wifi::RangingStatus::kNotCapable);
     EXPECT_EQ(result->measurements[2].ranging.status, wifi::RangingStatus::kUnknownPeer);
