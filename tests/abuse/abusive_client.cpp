@@ -8,15 +8,11 @@ namespace abuse {
 
 using namespace fenk::test;
 
-Bytes StartScan(uint64_t serial, const Bytes& callback) {
-  constexpr uint64_t kTimeoutMs = 600'000;
-  Bytes slots = Bytes().U64(32).U64(0).U64(0).U64(0) += callback;
-  slots.U64(kTimeoutMs).U64(0).U64(0).U64(2);  // all bands
-  return Invoke(serial, 1, 0, 0x1104, slots);
-}
-
 Bytes Request() {
-  return (Hello() += Invoke(1, 0, 0, 0x1001, Bytes().U64(4).U64(1))) += StartScan(2, Reference(kMine, 0x51));
+  constexpr uint64_t kTimeoutMs = 600'000;
+  Bytes scan = Bytes().U64(32).U64(0).U64(0).U64(0) += Reference(kMine, 0x51);
+  scan.U64(kTimeoutMs).U64(0).U64(0).U64(2);  // all bands
+  return (Hello() += Invoke(1, 0, 0, 0x1001, Bytes().U64(4).U64(1))) += Invoke(2, 1, 0, 0x1104, scan);
 }
 
 bool Converse(const RawPeer& peer, std::size_t sendMost, std::size_t readMost) {

@@ -3,14 +3,10 @@
 #define KESD_TESTS_ABUSE_ABUSIVE_CLIENT_H_
 
 #include <cstddef>
-#include <cstdint>
 
 #include "host/fenksocket/test_support.h"
 
 namespace abuse {
-
-// INVOKE of the discovery service, whose ID is 1, for a scan.
-fenk::test::Bytes StartScan(uint64_t serial, const fenk::test::Bytes& callback);
 
 // What it asks at first: HELLO, the service, and a scan, whose handle has the ID 2.
 fenk::test::Bytes Request();

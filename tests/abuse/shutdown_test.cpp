@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <csignal>
 #include <functional>
 #include <list>
 #include <string>
@@ -21,7 +20,7 @@ using testing_process::Process;
 // What there is when the daemon is told to end, and ends after it.
 struct Clients {
   std::vector<RawPeer> peers;
-  std::list<Process> processes;
+  std::vector<Process> processes;
   std::list<std::thread> threads;
   std::atomic<int> lived = 0;
   std::atomic<bool> over = false;
@@ -44,23 +43,13 @@ TEST(Shutdown, EndsInTimeWhateverItsClientsDo) {
     std::function<void(WatchedDaemon&, Clients&)> prepare;
   };
   constexpr char kPending[] = "scene:delay=600000";
-  constexpr char kLarge[] = "scene:aps=1000,delay=0";
-  const auto stalled = [](std::size_t readMost) {
-    return [readMost](WatchedDaemon& daemon, Clients& clients) {
-      for (int i = 0; i < 3; ++i) {
-        clients.processes.push_back(daemon.Fork(Request().data.size(), readMost, SIGSTOP));
-        EXPECT_TRUE(clients.processes.back().AwaitStop());
-      }
-    };
-  };
   const Case cases[] = {
       {"requests pending", kPending,
        [](WatchedDaemon& daemon, Clients& clients) {
          for (int i = 0; i < 50; ++i) clients.Add(daemon, 32 + 40 + 40);
        }},
-      {"stopped before their results", kLarge, stalled(0)},
-      {"stopped within their results", kLarge, stalled(100'000)},
-      {"stopped after their results", kLarge, stalled(kAll)},
+      {"stopped before, within and after their results", "scene:aps=1000,delay=0",
+       [](WatchedDaemon& daemon, Clients& clients) { clients.processes = daemon.Stall(9); }},
       {"results on their way that are as large as can be", "scene:aps=20000,delay=0",
        [](WatchedDaemon& daemon, Clients& clients) {
          for (int i = 0; i < 2; ++i) clients.Add(daemon, 1'000'000);

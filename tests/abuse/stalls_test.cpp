@@ -19,24 +19,19 @@ using testing_process::Scan;
 // Results of a size that no socket holds.
 constexpr char kLargeResults[] = "scene:aps=1000,delay=0";
 
-// Before, within and after their results, in turn.
-std::vector<Process> Stall(const WatchedDaemon& daemon, int clients) {
-  const std::size_t kRead[] = {0, 100'000, kAll};
-  std::vector<Process> stalled;
-  for (int i = 0; i < clients; ++i) stalled.push_back(daemon.Fork(Request().data.size(), kRead[i % 3], SIGSTOP));
-  for (const Process& client : stalled) EXPECT_TRUE(client.AwaitStop());
-  return stalled;
-}
-
 TEST(Stalls, StoppedClientsAreCutOffAndNobodyElseNoticesThem) {
   WatchedDaemon daemon(kLargeResults);
   auto client = daemon.Connect();
   ASSERT_TRUE(client);
+  for (Process& killed : daemon.Stall(3)) {
+    killed.Signal(SIGKILL);
+    EXPECT_EQ(killed.Finish().exitCode, 1000 + SIGKILL);
+  }
   int cutOff = 0;
   for (const int count : {0, 1, kHampered ? 20 : 100}) {
     SCOPED_TRACE(count);
     const auto start = fenk::Clock::now();
-    std::vector<Process> stalled = Stall(daemon, count);
+    std::vector<Process> stalled = daemon.Stall(count);
     std::vector<std::chrono::nanoseconds> latencies;
     for (int i = 0; i < (kHampered ? 3 : 51); ++i) {
       const auto begun = fenk::Clock::now();

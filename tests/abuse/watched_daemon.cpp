@@ -9,6 +9,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "tests/abuse/abusive_client.h"
+
 namespace abuse {
 namespace {
 
@@ -67,6 +69,14 @@ void WatchedDaemon::ReadLog() {
 testing_process::Process WatchedDaemon::Fork(std::size_t sendMost, std::size_t readMost, int signal) const {
   return testing_process::Process(
       {CLIENT_PROCESS, daemon.Socket(), std::to_string(sendMost), std::to_string(readMost), std::to_string(signal)});
+}
+
+std::vector<testing_process::Process> WatchedDaemon::Stall(int clients) const {
+  constexpr std::size_t kRead[] = {0, 100'000, kAll};
+  std::vector<testing_process::Process> stalled;
+  for (int i = 0; i < clients; ++i) stalled.push_back(Fork(Request().data.size(), kRead[i % 3], SIGSTOP));
+  for (const testing_process::Process& client : stalled) EXPECT_TRUE(client.AwaitStop());
+  return stalled;
 }
 
 WatchedDaemon::Use WatchedDaemon::InUse() {

@@ -11,6 +11,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "host/fenksocket/test_support.h"
 #include "host/fenksocket/unique_fd.h"
@@ -43,6 +44,8 @@ class WatchedDaemon {
   fenk::test::RawPeer ConnectRaw() const { return fenk::test::RawPeer(fenk::test::ConnectTo(daemon.Socket())); }
   // A client in a process of its own, see client_process.cpp.
   testing_process::Process Fork(std::size_t sendMost, std::size_t readMost, int signal) const;
+  // Such clients that have stopped before, within and after results that no socket holds, in turn.
+  std::vector<testing_process::Process> Stall(int clients) const;
   pid_t Pid() const { return daemon.process.Pid(); }
 
   uint64_t ResidentBytes() const;
