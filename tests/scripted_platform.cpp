@@ -104,18 +104,6 @@ Invocation::~Invocation() {
   if (HandleWritten()) ObjectRelease(handle);
 }
 
-void ExpectDelivery(const Callback& callback, uint32_t counts, const std::vector<size_t>& sizes) {
-  EXPECT_EQ(callback.deliveries, 1);
-  EXPECT_EQ(callback.retains + callback.releases, 0) << "the callback is only borrowed";
-  EXPECT_EQ(callback.op, 0u);
-  EXPECT_EQ(callback.counts, counts);
-  ASSERT_EQ(callback.buffers.size(), sizes.size());
-  for (size_t i = 0; i < sizes.size(); ++i) {
-    EXPECT_EQ(callback.buffers[i].size(), sizes[i]) << i;
-    EXPECT_EQ(callback.isNull[i], sizes[i] == 0) << i;
-  }
-}
-
 }  // namespace scripted
 
 namespace zv_loc_fw {

@@ -83,10 +83,6 @@ struct Invocation {
   ~Invocation();  // releases the handle
 };
 
-// Expects that `callback` got one result invocation of these counts and buffer sizes, an empty buffer being a null one,
-// and that nothing else was done with it.
-void ExpectDelivery(const Callback& callback, uint32_t counts, const std::vector<size_t>& sizes);
-
 // The entries' images, back to back.
 template <typename... Entries>
 std::vector<uint8_t> BytesOf(const Entries&... entries) {
