@@ -27,32 +27,24 @@ constexpr int64_t kNoTimeout = 3'600'000;
 constexpr kes::MacAddress kFirst{0x02, 0xA0, 0xC9, 0x11, 0x45, 0x01}, kSecond{0x02, 0xA0, 0xC9, 0x11, 0x45, 0x05},
     kCaptured{2, 0, 0, 0, 0, 1};
 
-enum class Outcome { kWhole, kInPart, kRefused, kLost };
-
-// The ways in which a client may learn that memory was short somewhere, or that the service has ended.
-Outcome OutcomeOf(const kes::Error& error) {
-  switch (error.kind) {
-    case ErrorKind::kDisconnected:
-    case ErrorKind::kNoSocket:
-    case ErrorKind::kProtocol:  // the connection ended before the daemon said a word
-      return Outcome::kLost;
-    case ErrorKind::kRejected:
-    case ErrorKind::kLimit:
-    case ErrorKind::kOutOfMemory:
-      return Outcome::kRefused;
-    default:
-      std::fprintf(stderr, "error %d: %s\n", static_cast<int>(error.kind), error.message.c_str());
-      Require(false, "a client learns of it at once");
-      return Outcome::kLost;
+// False: a client has learnt at once that memory was short somewhere, or that the service has ended.
+bool NotWhole(const kes::Error& error) {
+  for (const ErrorKind kind : {ErrorKind::kDisconnected, ErrorKind::kNoSocket,
+                               ErrorKind::kProtocol,  // the connection ended before the daemon said a word
+                               ErrorKind::kRejected, ErrorKind::kLimit, ErrorKind::kOutOfMemory}) {
+    if (error.kind == kind) return false;
   }
+  std::fprintf(stderr, "error %d: %s\n", static_cast<int>(error.kind), error.message.c_str());
+  Require(false, "a client learns of it at once");
+  return false;
 }
 
 // `measurements`, `status`: what it has when all is well.
 template <typename Scan>
-Outcome Await(kes::Result<Scan> scan, std::size_t measurements, ScanStatus status) {
-  if (!scan) return OutcomeOf(scan.GetError());
+bool Await(kes::Result<Scan> scan, std::size_t measurements, ScanStatus status) {
+  if (!scan) return NotWhole(scan.GetError());
   const auto result = scan->Wait(fenk::Clock::now() + kPatience, -1);
-  if (!result) return OutcomeOf(result.GetError());
+  if (!result) return NotWhole(result.GetError());
   bool whole = result->status == status && result->measurements.size() == measurements;
   for (const auto& measurement : result->measurements) {
     whole = whole && !measurement.incomplete;
@@ -65,11 +57,11 @@ Outcome Await(kes::Result<Scan> scan, std::size_t measurements, ScanStatus statu
               result->status == ScanStatus::kTimedOut || result->status == ScanStatus::kInvalidRequest ||
               result->status == ScanStatus::kUnavailable,
           "the status tells of a failure");
-  return whole ? Outcome::kWhole : Outcome::kInPart;
+  return whole;
 }
 
-// A request from start to result.
-using Question = std::function<Outcome(kes::Client&)>;
+// A request from start to result: whether that is whole.
+using Question = std::function<bool(kes::Client&)>;
 
 Question Discovery(const kes::DiscoveryRequest& request, std::size_t measurements,
                    ScanStatus status = ScanStatus::kOk) {
@@ -78,10 +70,9 @@ Question Discovery(const kes::DiscoveryRequest& request, std::size_t measurement
 
 Question Ranging(const kes::RangingRequest& request) {
   return [=](kes::Client& client) {
-    const Outcome outcome = Await(client.StartRanging(request), request.nodes.size(), ScanStatus::kOk);
-    const bool another = request.periodic && outcome == Outcome::kWhole;
-    Require(!another || faults::lastRound.Wait(fenk::Clock::now() + kPatience), "every round ends");
-    return outcome;
+    const bool whole = Await(client.StartRanging(request), request.nodes.size(), ScanStatus::kOk);
+    Require(!request.periodic || !whole || faults::lastRound.Wait(fenk::Clock::now() + kPatience), "every round ends");
+    return whole;
   };
 }
 
@@ -92,11 +83,19 @@ const Question kCacheOnly = Discovery({.mode = wifi::RequestMode::kCacheOnly}, 0
 
 // Once memory is back, the next request works; only a connection may have ended meanwhile.
 void RequireThatTheNextWorks(const Daemon& daemon, std::optional<kes::Client>& client, const Question& ask) {
-  if (client && ask(*client) == Outcome::kWhole) return;
+  if (client && ask(*client)) return;
   client.reset();
   auto again = daemon.Connect();
   Require(static_cast<bool>(again), "the daemon can be reached again");
-  Require(ask(*again) == Outcome::kWhole, "the next request is answered in full");
+  Require(ask(*again), "the next request is answered in full");
+}
+
+kes::Client StartAndConnect(Daemon& daemon) {
+  Require(daemon.Start(), "the service starts");
+  daemon.Serve();
+  auto client = daemon.Connect();
+  Require(static_cast<bool>(client), "a client can connect");
+  return std::move(*client);
 }
 
 struct Scene {
@@ -109,19 +108,15 @@ struct Scene {
 void SweepRequest(const char* name, const Scene& scene, const Question& ask, const Question& next) {
   const auto road = [&](const Fault& fault) {
     Daemon daemon(scene.source);
-    Require(daemon.Start(), "the service starts");
-    daemon.Serve();
-    auto connected = daemon.Connect();
-    Require(static_cast<bool>(connected), "a client can connect");
-    std::optional<kes::Client> client(std::move(*connected));
-    if (scene.warm) Require(kCacheOnly(*client) == Outcome::kWhole, "the daemon warms up");
-    if (scene.cacheFilled) Require(Discovery({}, 2)(*client) == Outcome::kWhole, "the cache is filled");
-    Outcome outcome;
+    std::optional<kes::Client> client(StartAndConnect(daemon));
+    if (scene.warm) Require(kCacheOnly(*client), "the daemon warms up");
+    if (scene.cacheFilled) Require(Discovery({}, 2)(*client), "the cache is filled");
+    bool whole = false;
     {
       const FaultWindow window(fault);
-      outcome = ask(*client);
+      whole = ask(*client);
     }
-    if (fault.failures == 0 && fault.event == nullptr) Require(outcome == Outcome::kWhole, "the result is whole");
+    if (fault.failures == 0 && fault.event == nullptr) Require(whole, "the result is whole");
     if (fault.event == nullptr) RequireThatTheNextWorks(daemon, client, next);
   };
   faults::Run(name, {.road = road, .event = EndTheService, .mayEndTheProcess = !scene.warm});
@@ -156,7 +151,7 @@ TEST(DaemonFaults, WhileAClientConnects) {
       if (connected) {
         client = std::move(*connected);
       } else {
-        OutcomeOf(connected.GetError());
+        NotWhole(connected.GetError());
       }
     }
     if (fault.event == nullptr) RequireThatTheNextWorks(daemon, client, Discovery({}, 2));
@@ -204,12 +199,8 @@ TEST(DaemonFaults, DuringAScanOfACapture) {
   const Bytes beacon = Beacon(1, Ssid("a network") + Element(3, {6}));
   SweepCapture("pcap", Pcap(kBare, {{beacon}, {beacon}}), ScanStatus::kOk);
   SweepCapture("pcap of another link type", Pcap(kEthernet, {{beacon}}), ScanStatus::kUnavailable);
-}
-
-TEST(DaemonFaults, DuringAScanOfACaptureOfTheNextGeneration) {
-  using namespace vexo_host::test;
-  const Bytes start = SectionHeader() + Interface(kBare), damaged = Block(6, Bytes(8));
-  const Bytes packet = EnhancedPacket({Beacon(1, Ssid("a network") + Element(3, {6}))});
+  const Bytes start = SectionHeader() + Interface(kBare), packet = EnhancedPacket({beacon}),
+              damaged = Block(6, Bytes(8));
   SweepCapture("pcapng", start + packet + packet, ScanStatus::kOk);
   SweepCapture("pcapng, damaged", start + packet + damaged, ScanStatus::kOk);
   SweepCapture("pcapng, damaged at once", start + damaged, ScanStatus::kUnavailable);
@@ -218,19 +209,16 @@ TEST(DaemonFaults, DuringAScanOfACaptureOfTheNextGeneration) {
 // One request is pending and another one is aborted; then the service ends, and the process.
 void AbortAndEnd(const Fault& fault, bool inTheEnd) {
   Daemon daemon("scene:aps=2,delay=600000");
-  Require(daemon.Start(), "the service starts");
-  daemon.Serve();
-  auto client = daemon.Connect();
-  Require(static_cast<bool>(client), "a client can connect");
-  Require(kCacheOnly(*client) == Outcome::kWhole, "the daemon warms up");
+  std::optional<kes::Client> client(StartAndConnect(daemon));
+  Require(kCacheOnly(*client), "the daemon warms up");
   auto pending = client->StartRanging(kTwoNodes);
   Require(static_cast<bool>(pending), "a request can be sent");
   const auto abortAnother = [&] {
     auto aborted = client->StartDiscovery({.timeoutMs = kNoTimeout});
-    if (!aborted) return (void)OutcomeOf(aborted.GetError());
+    if (!aborted) return (void)NotWhole(aborted.GetError());
     const auto none = aborted->Wait(fenk::Clock::now(), -1);
     Require(!none, "nothing is delivered yet");
-    if (none.GetError().kind != ErrorKind::kTimedOut) OutcomeOf(none.GetError());
+    if (none.GetError().kind != ErrorKind::kTimedOut) NotWhole(none.GetError());
     aborted->Abort();
   };
   if (inTheEnd) {
@@ -244,8 +232,7 @@ void AbortAndEnd(const Fault& fault, bool inTheEnd) {
     abortAnother();
   }
   if (fault.event != nullptr) return;
-  std::optional<kes::Client> same(std::move(*client));
-  RequireThatTheNextWorks(daemon, same, kCacheOnly);
+  RequireThatTheNextWorks(daemon, client, kCacheOnly);
 }
 
 TEST(DaemonFaults, WhileARequestIsAborted) {
