@@ -25,7 +25,7 @@ TEST(Descriptors, WithNoneLeftClientsGoOnAndNewOnesWaitWhileTheDaemonRests) {
     waiting.emplace_back(daemon.ConnectRaw());
     EXPECT_TRUE(waiting.back().Send(fenk::test::Hello()));
   }
-  ASSERT_TRUE(daemon.AwaitStarved());
+  ASSERT_TRUE(daemon.said.Await([](const auto& now) { return now.starved; }));
   // As long as a scan takes.
   const auto begun = fenk::Clock::now();
   const auto worked = daemon.ProcessorTime();

@@ -44,9 +44,13 @@ TEST(Shutdown, EndsInTimeWhateverItsClientsDo) {
   };
   constexpr char kPending[] = "scene:delay=600000";
   const Case cases[] = {
-      {"requests pending", kPending,
+      {"requests pending, handshakes not begun, frames not ended", kPending,
        [](WatchedDaemon& daemon, Clients& clients) {
          for (int i = 0; i < 50; ++i) clients.Add(daemon, 32 + 40 + 40);
+         for (const std::size_t most : {0u, 31u, 33u, 100u}) {
+           clients.peers.emplace_back(daemon.ConnectRaw());
+           EXPECT_FALSE(Converse(clients.peers.back(), most, 0));
+         }
        }},
       {"stopped before, within and after their results", "scene:aps=1000,delay=0",
        [](WatchedDaemon& daemon, Clients& clients) { clients.processes = daemon.Stall(9); }},
@@ -54,19 +58,12 @@ TEST(Shutdown, EndsInTimeWhateverItsClientsDo) {
        [](WatchedDaemon& daemon, Clients& clients) {
          for (int i = 0; i < 2; ++i) clients.Add(daemon, 1'000'000);
        }},
-      {"a handshake not begun, a frame not ended", kPending,
-       [](WatchedDaemon& daemon, Clients& clients) {
-         for (const std::size_t most : {0u, 31u, 33u, 100u}) {
-           clients.peers.emplace_back(daemon.ConnectRaw());
-           EXPECT_FALSE(Converse(clients.peers.back(), most, 0));
-         }
-       }},
       {"no descriptors left", kPending,
        [](WatchedDaemon& daemon, Clients& clients) {
          clients.Add(daemon, 32 + 40 + 40);
          daemon.TakeDescriptors();
          for (int i = 0; i < 10; ++i) clients.peers.emplace_back(daemon.ConnectRaw());
-         EXPECT_TRUE(daemon.AwaitStarved());
+         EXPECT_TRUE(daemon.said.Await([](const auto& now) { return now.starved; }));
        }},
       {"a storm", "scene:aps=3,delay=1",
        [](WatchedDaemon& daemon, Clients& clients) {

@@ -41,13 +41,13 @@ TEST(Stalls, StoppedClientsAreCutOffAndNobodyElseNoticesThem) {
       EXPECT_EQ(result->measurements.size(), 1000u);
     }
     if (!kEmulated || fenk::Clock::now() - start < std::chrono::seconds(5)) {  // else one was cut off in any case
-      EXPECT_EQ(daemon.CutOff(), cutOff) << "the client had to wait for the end of a stalled one";
+      EXPECT_EQ(daemon.said.Get().cutOff, cutOff) << "the client had to wait for the end of a stalled one";
     }
     std::nth_element(latencies.begin(), latencies.begin() + latencies.size() / 2, latencies.end());
     std::cout << "median beside " << count << " stalled clients: "
               << std::chrono::duration<double, std::milli>(latencies[latencies.size() / 2]).count() << " ms\n";
     cutOff += count;
-    EXPECT_TRUE(daemon.AwaitCutOff(cutOff));
+    EXPECT_TRUE(daemon.said.Await([&](const auto& now) { return now.cutOff >= cutOff; }));
     for (Process& one : stalled) {
       one.Signal(SIGCONT);
       EXPECT_EQ(one.Finish().exitCode, 0) << "finds its connection ended";

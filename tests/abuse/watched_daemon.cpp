@@ -124,16 +124,6 @@ rlimit WatchedDaemon::TakeDescriptors() const {
   return old;
 }
 
-int WatchedDaemon::CutOff() { return said.Get().cutOff; }
-
-bool WatchedDaemon::AwaitCutOff(int count) {
-  return said.Await([&](const Said& now) { return now.cutOff >= count; });
-}
-
-bool WatchedDaemon::AwaitStarved() {
-  return said.Await([](const Said& now) { return now.starved; });
-}
-
 void WatchedDaemon::ExpectEnds() {
   const auto begun = fenk::Clock::now();
   daemon.process.Signal(SIGTERM);

@@ -36,6 +36,18 @@ inline constexpr bool kHampered = kSanitized || kEmulated;
 
 class WatchedDaemon {
  public:
+  // What its log has told.
+  struct Said {
+    int connections = 0;
+    int started = 0;
+    std::set<int> over;    // IDs of requests that were delivered or aborted
+    int cutOff = 0;        // peers, for being late
+    bool starved = false;  // it could not accept
+    bool ended = false;
+    std::string rest;  // other lines than for debugging
+  };
+  fenk::test::Watched<Said> said;
+
   // It has answered a first scan, for which it makes threads that stay.
   explicit WatchedDaemon(const std::string& source);
   ~WatchedDaemon();
@@ -56,11 +68,6 @@ class WatchedDaemon {
   // It can have no more than it has. What it could have before.
   rlimit TakeDescriptors() const;
 
-  // Of the peers that it has cut off for being late, and of the times that it could not accept.
-  int CutOff();
-  [[nodiscard]] bool AwaitCutOff(int count);
-  [[nodiscard]] bool AwaitStarved();
-
   // Ends it by SIGTERM, and expects that that is in time and in order.
   void ExpectEnds();
 
@@ -71,20 +78,10 @@ class WatchedDaemon {
     int connections;
     int requests;  // pending
   };
-  struct Said {
-    int connections = 0;
-    int started = 0;
-    std::set<int> over;  // IDs of requests that were delivered or aborted
-    int cutOff = 0;
-    bool starved = false;
-    bool ended = false;
-    std::string rest;  // other lines than for debugging
-  };
   void ReadLog();
   Use InUse();
 
   testing_process::Daemon daemon;
-  fenk::test::Watched<Said> said;
   std::thread reading;
   Use idle;
 };

@@ -28,6 +28,15 @@ using testing_process::Outcome;
 using testing_process::Scan;
 using testing_process::Soon;
 
+TEST(EndToEnd, RefusesAChannelThatThereIsNot) {
+  const Daemon daemon("scene:delay=0");
+  auto client = daemon.Connect();
+  ASSERT_TRUE(client) << client.GetError().message;
+  const auto result = Scan(*client, {.channels = {15}});
+  ASSERT_TRUE(result) << result.GetError().message;
+  EXPECT_EQ(result->status, wifi::ScanStatus::kInvalidRequest);
+}
+
 TEST(EndToEnd, RangesOnceAndPeriodically) {
   Daemon daemon("scene:delay=0");
   auto client = daemon.Connect();
