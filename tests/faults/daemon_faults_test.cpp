@@ -199,8 +199,12 @@ TEST(DaemonFaults, DuringAScanOfACapture) {
   const Bytes beacon = Beacon(1, Ssid("a network") + Element(3, {6}));
   SweepCapture("pcap", Pcap(kBare, {{beacon}, {beacon}}), ScanStatus::kOk);
   SweepCapture("pcap of another link type", Pcap(kEthernet, {{beacon}}), ScanStatus::kUnavailable);
-  const Bytes start = SectionHeader() + Interface(kBare), packet = EnhancedPacket({beacon}),
-              damaged = Block(6, Bytes(8));
+}
+
+TEST(DaemonFaults, DuringAScanOfACaptureOfTheNextGeneration) {
+  using namespace vexo_host::test;
+  const Bytes start = SectionHeader() + Interface(kBare), damaged = Block(6, Bytes(8));
+  const Bytes packet = EnhancedPacket({Beacon(1, Ssid("a network") + Element(3, {6}))});
   SweepCapture("pcapng", start + packet + packet, ScanStatus::kOk);
   SweepCapture("pcapng, damaged", start + packet + damaged, ScanStatus::kOk);
   SweepCapture("pcapng, damaged at once", start + damaged, ScanStatus::kUnavailable);
