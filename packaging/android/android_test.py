@@ -23,66 +23,25 @@ PUBLIC_TYPES = {"domain", "exec_type", "vendor_file_type", "file_type", "su"}
 MACROS = {"init_daemon_domain": "{0} {0}_exec", "unix_socket_connect": "{0} {1}_socket {2}"}
 
 
-def lexemes(text, pattern):
-    """What `pattern` matches, one after the other; anything else but blanks is an error."""
-    position = 0
-    while (blank := re.compile(r"\s*").match(text, position)).end() < len(text):
-        position = blank.end()
-        found = re.compile(pattern).match(text, position)
-        if found is None:
-            raise ValueError(f"cannot be read from here on: {text[position:position + 40]!r}")
-        position = found.end()
-        yield found.group()
-
-
 class Blueprint:
     """Modules by name, with what their defaults add."""
 
     def __init__(self, text):
-        self.tokens = list(lexemes(re.sub(r"//.*", "", text), r'"[^"\\\n]*"|\w+|[{}\[\]:,]'))
         self.modules = {}
-        while self.tokens:
-            kind = self.take()
-            module = self.value() | {"kind": kind}
-            unknown = module.keys() - PROPERTIES[kind] - {"kind"}
-            if unknown:
-                raise ValueError(f"{kind} has no {unknown}")
-            if self.modules.setdefault(module.get("name", kind), module) is not module:
-                raise ValueError(f"two modules {module.get('name', kind)}")
+        text = re.sub(r" *//.*", "", text)
+        if odd := re.search(r"[^\w\s{}\[\]:,]", re.sub(r'"[^"\\\n]*"', "", text)):
+            raise ValueError(f"{odd} has no meaning")
+        # The rest is read as calls of Python's, which take the same values, and no argument twice.
+        calls = re.sub(r"(?m)^(\w+) \{$(.*?)^\}$", r"module('\1',\2)", text, flags=re.DOTALL)
+        exec(re.sub(r"(?m)^( +\w+):", r"\1=", calls), {"module": self.add, "true": True, "false": False})
         self.modules = {name: self.with_defaults(module) for name, module in self.modules.items()}
 
-    def take(self, *expected):
-        token = self.tokens.pop(0)
-        if expected and token not in expected:
-            raise ValueError(f"{token} where {expected} should stand")
-        return token
-
-    def value(self):
-        token = self.take()
-        if token in ("true", "false"):
-            return token == "true"
-        if token == "[":
-            return self.items("]", lambda into: into.append(self.value()), [])
-        if token == "{":
-            return self.items("}", self.entry, {})
-        if not token.startswith('"'):
-            raise ValueError(f"{token} is no value")
-        return token[1:-1]
-
-    def items(self, end, read, into):
-        while self.tokens[0] != end:
-            read(into)
-            if self.tokens[0] != end:
-                self.take(",")
-        self.take(end)
-        return into
-
-    def entry(self, into):
-        key = self.take()
-        self.take(":")
-        if key in into:
-            raise ValueError(f"{key} twice")
-        into[key] = self.value()
+    def add(self, kind, **module):
+        if unknown := module.keys() - PROPERTIES[kind]:
+            raise ValueError(f"{kind} has no {unknown}")
+        if module.get("name", kind) in self.modules:
+            raise ValueError(f"two modules {module.get('name', kind)}")
+        self.modules[module.get("name", kind)] = module | {"kind": kind}
 
     def with_defaults(self, module):
         whole = dict(module)
@@ -184,8 +143,9 @@ class Android(unittest.TestCase):
         policy = re.sub(r"userdebug_or_eng\(`(.*?)'\)", r"\1", policy)
         declared, used = set(), {label.split(":")[2] for label in self.contexts.values()}
         statement = r"[a-z_]+\([^()]*\)|[^;()]+;"
-        for each in lexemes(policy, statement):
-            word, rest = re.fullmatch(r"([a-z_]+)\W*(.*?)[;)]", each, re.DOTALL).groups()
+        self.assertEqual(re.sub(statement, "", policy).strip(), "")
+        for each in re.findall(statement, policy):
+            word, rest = re.fullmatch(r"\s*([a-z_]+)\W*(.*?)[;)]", each, re.DOTALL).groups()
             if word in ("type", "attribute"):
                 first, *more = re.findall(r"\w+", rest)
                 declared.add(first)
