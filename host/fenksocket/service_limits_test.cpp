@@ -57,28 +57,48 @@ TEST_F(ServiceTest, DisconnectsAPeerThatBeginsAndDoesNotGoOn) {
   ExpectServes(bystander);  // which has said nothing for longer than that
 }
 
+// How a request's start is answered. In between callbacks may be given back.
+int32_t StartAndHear(const RawPeer& peer, uint64_t id) {
+  EXPECT_TRUE(peer.Send(StartRequest(id, id)));
+  RawFrame frame = peer.Receive();
+  while (frame.type == 4) frame = peer.Receive();
+  return static_cast<int32_t>(frame.U32(0));
+}
+
+TEST_F(ServiceTest, BoundsWhatAConnectionHas) {
+  options.limits.maxExportedObjects = 3;
+  options.limits.maxImportedObjects = 2;
+  options.user.calls = 0;  // deliveries fail, and give the callbacks back
+  Start();
+  const RawPeer peer = Greet();
+  EXPECT_EQ(StartAndHear(peer, 1), OBJECT_OK);
+  EXPECT_EQ(StartAndHear(peer, 2), OBJECT_OK);
+  ASSERT_TRUE(peer.Send(StartRequest(3, 3)));
+  EXPECT_EQ(peer.Receive().U64(0), 3u) << "a third callback, which is given back";
+  EXPECT_EQ(static_cast<int32_t>(peer.Receive().U32(0)), kErrorLimit);
+  EXPECT_EQ(requests.DeliverAll(), 2);
+  EXPECT_EQ(StartAndHear(peer, 4), OBJECT_OK);
+  EXPECT_EQ(StartAndHear(peer, 5), kErrorLimit) << "a fourth handle";
+  ASSERT_TRUE(peer.Send(Release(2)));
+  EXPECT_EQ(StartAndHear(peer, 6), OBJECT_OK);
+}
+
 TEST_F(ServiceTest, BoundsWhatTheConnectionsOfAUserHaveTogether) {
   options.user = {.connections = 3, .exportedObjects = 4, .importedObjects = 3, .calls = 1, .frameBytes = 50'000};
   Start();
   const RawPeer one = Greet(), other = Greet();
-  const auto start = [](const RawPeer& peer, uint64_t serial) {
-    EXPECT_TRUE(peer.Send(StartRequest(serial, serial)));
-    RawFrame frame = peer.Receive();
-    while (frame.type == 4) frame = peer.Receive();  // a callback is given back
-    return static_cast<int32_t>(frame.U32(0));
-  };
-  EXPECT_EQ(start(one, 1), OBJECT_OK);
+  EXPECT_EQ(StartAndHear(one, 1), OBJECT_OK);
   std::thread delivering([&] { EXPECT_EQ(requests.DeliverAll(), 1); });
   const RawFrame delivery = one.Receive();
-  EXPECT_EQ(start(other, 2), OBJECT_OK);
-  EXPECT_EQ(start(other, 3), OBJECT_OK);
-  EXPECT_EQ(start(other, 4), kErrorLimit) << "a fourth callback";
+  EXPECT_EQ(StartAndHear(other, 2), OBJECT_OK);
+  EXPECT_EQ(StartAndHear(other, 3), OBJECT_OK);
+  EXPECT_EQ(StartAndHear(other, 4), kErrorLimit) << "a fourth callback";
   EXPECT_EQ(requests.DeliverAll(), 2);
   EXPECT_EQ(requests.results.Get(), (std::vector{kErrorLimit, kErrorLimit})) << "one delivery waits for its answer";
   ASSERT_TRUE(one.Send(Reply(delivery.serial, 0)));
   delivering.join();
-  EXPECT_EQ(start(other, 5), OBJECT_OK) << "callbacks were given back";
-  EXPECT_EQ(start(other, 6), kErrorLimit) << "a fifth handle";
+  EXPECT_EQ(StartAndHear(other, 5), OBJECT_OK) << "callbacks were given back";
+  EXPECT_EQ(StartAndHear(other, 6), kErrorLimit) << "a fifth handle";
 
   {
     const RawPeer third = Greet();
@@ -89,7 +109,7 @@ TEST_F(ServiceTest, BoundsWhatTheConnectionsOfAUserHaveTogether) {
     EXPECT_TRUE(AwaitLines("more bytes of long frames than its user may have in work", 1));
   }
   // What the one held is given back with its end, soon after the stream's.
-  while (start(other, 7) != OBJECT_OK) std::this_thread::yield();
+  while (StartAndHear(other, 7) != OBJECT_OK) std::this_thread::yield();
 }
 
 // Starts requests and gives their callbacks back: more releases than a socket holds, and no thread that waits for it.

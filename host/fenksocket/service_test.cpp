@@ -60,22 +60,17 @@ TEST_F(ServiceTest, DisconnectsAPeerThatBreaksTheProtocolAndNobodyElse) {
       {"HELLO too long", Header(40, 1, 0).U32(0x4B4E4546).U16(1).U16(0).U32(1 << 20).U32(0).U64(0)},
       {"HELLO with a serial", Header(32, 1, 9).U32(0x4B4E4546).U16(1).U16(0).U32(1 << 20).U32(0)},
       {"second HELLO", Hello() += Hello()},
-      {"length 0", Hello() += Header(0, 2, 1)},
       {"length below the header's", Hello() += Header(8, 2, 1)},
       {"length that is not a multiple of 8", Hello() += Header(33, 2, 1)},
       {"length above the limit", Hello() += Header((1 << 20) + 8, 2, 1)},
-      {"length above everything", Hello() += Header(0xFFFFFFF8, 2, 1)},
       {"flags of no meaning", Hello() += Bytes().U32(32).U16(2).U16(2).U64(1)},
       {"nested release", Hello() += Bytes().U32(24).U16(4).U16(1).U64(0).U64(1)},
       {"unknown type", Hello() += Header(16, 5, 0)},
       {"INVOKE without a body", Hello() += Header(16, 2, 1)},
       {"INVOKE of another connection's object", Hello() += Invoke(1, 1, 0, 0)},
-      {"INVOKE of a forged ID", Hello() += StartRequest(1, 1) += Invoke(2, ~0ull, 0, 0)},
       {"INVOKE of a released object", Hello() += StartRequest(1, 1) += Release(1) += Invoke(2, 1, 0, 0)},
-      {"retain as an invocation", Hello() += Invoke(1, 0, 0xFFFE, 0)},
-      {"release as an invocation", Hello() += Invoke(1, 0, 0x1FFFF, 0)},
+      {"retain as an invocation", Hello() += Invoke(1, 0, 0x1FFFE, 0)},
       {"no sizes", Hello() += Invoke(1, 0, 0, 0x0001)},
-      {"nothing of all that there can be", Hello() += Invoke(1, 0, 0, 0xFFFF)},
       {"fewer sizes than buffers", Hello() += Invoke(1, 0, 0, 0x0011, Bytes().U64(0))},
       {"buffer larger than the frame", Hello() += Invoke(1, 0, 0, 0x0001, Bytes().U64(1))},
       {"buffer that wraps around", Hello() += Invoke(1, 0, 0, 0x0001, Bytes().U64(~0ull).U64(0))},
@@ -84,17 +79,12 @@ TEST_F(ServiceTest, DisconnectsAPeerThatBreaksTheProtocolAndNobodyElse) {
        Hello() += Invoke(1, 0, 0, 0x0002, Bytes().U64(8).U64(0xFFFFFFFFFFFFFFF8).U64(0))},
       {"bytes after the last buffer", Hello() += Invoke(1, 0, 0, 0x0001, Bytes().U64(1).U64(0).U64(0))},
       {"bytes without a buffer", Hello() += Invoke(1, 0, 0, 0, Bytes().U64(0))},
-      {"no object", Hello() += Invoke(1, 0, 0, 0x0100)},
       {"object cut in half", Hello() += Invoke(1, 0, 0, 0x0100, Bytes().U64(1))},
       {"object of an unknown kind", Hello() += Invoke(1, 0, 0, 0x0100, Reference(3, 1))},
       {"object with a reserved field", Hello() += Invoke(1, 0, 0, 0x0100, Bytes().U32(1).U32(1).U64(1))},
       {"object without an ID", Hello() += Invoke(1, 0, 0, 0x0100, Reference(kMine, 0))},
       {"null with an ID", Hello() += Invoke(1, 0, 0, 0x0100, Reference(kNoObject, 1))},
       {"another connection's object", Hello() += Invoke(1, 0, 0, 0x0100, Reference(kYours, 1))},
-      {"a released object",
-       Hello() += StartRequest(1, 1) += Release(1) += Invoke(2, 0, 0, 0x0100, Reference(kYours, 1))},
-      {"its own object as the receiver's",
-       Hello() += StartRequest(1, 0x51) += Invoke(2, 0, 0, 0x0100, Reference(kYours, 0x51))},
       {"a good object and a bad one", Hello() += Invoke(1, 0, 0, 0x0200, Bytes(object) += Reference(kYours, 4))},
       {"REPLY to nothing", Hello() += Reply(1, 0)},
       {"REPLY with inputs", Hello() += Reply(1, 0, 0x0001, Bytes().U64(0))},
@@ -103,7 +93,6 @@ TEST_F(ServiceTest, DisconnectsAPeerThatBreaksTheProtocolAndNobodyElse) {
       {"RELEASE of the root", Hello() += Release(0)},
       {"RELEASE of what was never given", Hello() += Release(7)},
       {"RELEASE twice", Hello() += StartRequest(1, 1) += Release(1) += Release(1)},
-      {"RELEASE twice at once", Hello() += StartRequest(1, 1) += Header(32, 4, 0).U64(1).U64(1)},
   };
   std::size_t disconnected = 0;
   for (const Case& c : cases) {
@@ -140,7 +129,6 @@ TEST_F(ServiceTest, RefusesWhatItCannotRunAndServesOn) {
       {"output buffers beyond the frame limit", Invoke(1, 0, 2, 0x0010, Bytes().U64((1 << 20) + 1)), kErrorLimit},
       {"output buffers that wrap around",
        Invoke(1, 0, 2, 0x0020, Bytes().U64(0xFFFFFFFFFFFFFFF9).U64(0xFFFFFFFFFFFFFFFF)), kErrorLimit},
-      {"unknown operation", Invoke(1, 0, 3, 0), OBJECT_ERROR_INVALID},
       {"the root as its own callback", Invoke(1, 0, 1, 0x0100, Reference(kYours, 0)), OBJECT_ERROR_INVALID},
   };
   for (const Case& c : cases) {
@@ -175,6 +163,11 @@ TEST_F(ServiceTest, DisconnectsThePeerThatAnswersWrongly) {
   }
 }
 
+Bytes Nested(Bytes invocation) {
+  invocation.data[6] = 1;
+  return invocation;
+}
+
 TEST_F(ServiceTest, DefersWhatAPeerAsksWhileAnInvocationOfItsOwnIsRunning) {
   Start();
   const RawPeer peer = Greet();
@@ -183,15 +176,24 @@ TEST_F(ServiceTest, DefersWhatAPeerAsksWhileAnInvocationOfItsOwnIsRunning) {
   ASSERT_EQ(call.type, 2);
   Bytes asked;
   for (uint64_t serial = 10; serial <= 74; ++serial) asked += Invoke(serial, 0, 2, 0);
-  const Bytes nested = Bytes().U32(32).U16(2).U16(1).U64(111).U64(0).U32(2).U32(0);
-  ASSERT_TRUE(peer.Send(asked += nested));
+  ASSERT_TRUE(peer.Send(asked += Nested(Invoke(111, 0, 2, 0))));
   const RawFrame refused = peer.Receive();
   EXPECT_EQ(refused.serial, 74u) << "the 65th";
   EXPECT_EQ(static_cast<int32_t>(refused.U32(0)), kErrorLimit);
   EXPECT_EQ(peer.Receive().serial, 111u);  // made from within: its answer may be what the first one needs
-  ASSERT_TRUE(peer.Send(Reply(call.serial, 5)));
-  EXPECT_EQ(peer.Receive().serial, 1u);
-  EXPECT_EQ(peer.Receive().type, 4);
+  std::vector<RawFrame> calls{call};
+  for (uint64_t id = 2; id <= 4; ++id) {
+    ASSERT_TRUE(peer.Send(Nested(Invoke(110 + id, 0, 1, 0x0100, Reference(kMine, id)))));
+    calls.push_back(peer.Receive());
+    ASSERT_EQ(calls.back().type, 2);
+  }
+  ASSERT_TRUE(peer.Send(Nested(Invoke(115, 0, 2, 0))));
+  EXPECT_EQ(static_cast<int32_t>(peer.Receive().U32(0)), kErrorLimit) << "a fifth within four";
+  for (uint64_t id = 4; id >= 1; --id) {
+    ASSERT_TRUE(peer.Send(Reply(calls[id - 1].serial, 5)));
+    EXPECT_EQ(peer.Receive().serial, id == 1 ? 1 : 110 + id);
+    EXPECT_EQ(peer.Receive().type, 4);
+  }
   for (uint64_t serial = 10; serial <= 73; ++serial) EXPECT_EQ(peer.Receive().serial, serial);
 }
 
