@@ -1,8 +1,6 @@
 #include "client/client.h"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include <fstream>
 
@@ -22,40 +20,23 @@ TestResult OneAccessPoint() {
   return result;
 }
 
-class ClientErrors : public testing::Test {
- protected:
-  ErrorKind ConnectError(const std::string& path) {
-    const Result<Client> client = Client::Connect(path);
-    EXPECT_FALSE(client);
-    return client ? ErrorKind::kSystem : client.GetError().kind;
-  }
-
-  // A bound socket that does not listen.
-  fenk::UniqueFd Bind(const std::string& path, int type) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    fenk::UniqueFd bound(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
-    EXPECT_EQ(bind(bound.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    return bound;
-  }
-
+TEST(Client, TellsWhyThereIsNoConnection) {
   const testing_process::TemporaryDirectory temporary;
   const std::string directory = temporary.path;
-};
-
-TEST_F(ClientErrors, TellWhyThereIsNoConnection) {
-  const fenk::UniqueFd silent = Bind(directory + "/silent", SOCK_STREAM);
-  const fenk::UniqueFd datagrams = Bind(directory + "/datagrams", SOCK_DGRAM);
+  const fenk::UniqueFd silent = fenk::test::BindTo(directory + "/silent");
+  const fenk::UniqueFd datagrams = fenk::test::BindTo(directory + "/datagrams", SOCK_DGRAM);
   std::ofstream(directory + "/file") << "text";
-  EXPECT_EQ(ConnectError(directory + "/nothing"), ErrorKind::kNoSocket);
-  EXPECT_EQ(ConnectError(directory + "/file/below"), ErrorKind::kNoSocket);
-  EXPECT_EQ(ConnectError(directory + "/file"), ErrorKind::kNotASocket);
-  EXPECT_EQ(ConnectError(directory), ErrorKind::kNotASocket);
-  EXPECT_EQ(ConnectError(directory + "/silent"), ErrorKind::kRefused);
-  EXPECT_EQ(ConnectError(directory + "/datagrams"), ErrorKind::kProtocol);
-  EXPECT_EQ(ConnectError(std::string(108, 'p')), ErrorKind::kInvalidArgument);
-  EXPECT_EQ(ConnectError(""), ErrorKind::kInvalidArgument);
+  const std::pair<std::string, ErrorKind> cases[] = {
+      {directory + "/nothing", ErrorKind::kNoSocket},       {directory + "/file/below", ErrorKind::kNoSocket},
+      {directory + "/file", ErrorKind::kNotASocket},        {directory, ErrorKind::kNotASocket},
+      {directory + "/silent", ErrorKind::kRefused},         {directory + "/datagrams", ErrorKind::kProtocol},
+      {std::string(108, 'p'), ErrorKind::kInvalidArgument}, {"", ErrorKind::kInvalidArgument},
+  };
+  for (const auto& [path, kind] : cases) {
+    const Result<Client> client = Client::Connect(path);
+    ASSERT_FALSE(client) << path;
+    EXPECT_EQ(client.GetError().kind, kind) << path;
+  }
 }
 
 TEST(Client, SendsTheFourBuffersOfARequest) {

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -50,26 +49,14 @@ void ExpectDiagnosis(const Outcome& outcome, const Diagnosis& expected) {
 
 Outcome Examine(const std::string& socket) { return RunKesctl({"doctor", "--json", "--socket", socket}); }
 
-// A socket that is bound, and that listens where `backlog` is not negative.
-fenk::UniqueFd Bind(const std::string& path, int backlog) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  fenk::UniqueFd bound(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  EXPECT_EQ(bind(bound.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  if (backlog >= 0) {
-    EXPECT_EQ(listen(bound.Get(), backlog), 0);
-  }
-  return bound;
-}
-
 TEST(KesctlDoctor, TellsWhatStandsBetweenItAndADaemon) {
   const TemporaryDirectory directory;
   const std::string path = directory.path;
   std::ofstream(path + "/file") << "text";
-  const fenk::UniqueFd deaf = Bind(path + "/deaf", -1);
-  const fenk::UniqueFd silent = Bind(path + "/silent", 8);
-  const fenk::UniqueFd other = Bind(path + "/other", 8);
+  const fenk::UniqueFd deaf = fenk::test::BindTo(path + "/deaf");
+  const fenk::UniqueFd silent = fenk::test::BindTo(path + "/silent");
+  const fenk::UniqueFd other = fenk::test::BindTo(path + "/other");
+  for (const fenk::UniqueFd* listening : {&silent, &other}) ASSERT_EQ(listen(listening->Get(), 8), 0);
   std::thread web([&] {
     for (;;) {
       const fenk::UniqueFd accepted(accept(other.Get(), nullptr, nullptr));
@@ -101,7 +88,7 @@ TEST(KesctlDoctor, TellsWhichGroupOpensASocket) {
   const TemporaryDirectory directory;
   const std::string inner = directory.path / "inner", socket = inner + "/s";
   fs::create_directory(inner);
-  const fenk::UniqueFd deaf = Bind(socket, -1);
+  const fenk::UniqueFd deaf = fenk::test::BindTo(socket);
   const std::string kesctl = directory.path / "kesctl";  // where somebody else can run it
   fs::copy_file(KESD_BINARY_DIR "/bin/kesctl", kesctl);
   fs::permissions(directory.path, fs::perms{0755});

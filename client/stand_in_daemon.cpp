@@ -3,10 +3,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
@@ -14,25 +11,9 @@
 #include "ipc/services.h"
 
 namespace kes {
-namespace {
-
-void Require(bool condition, const char* what) {
-  if (!condition) throw std::runtime_error(what);
-}
-
-}  // namespace
-
 StandInDaemon::StandInDaemon(Answer scripted, std::vector<Images> scriptedResults)
     : answer(scripted), results(std::move(scriptedResults)), stop(eventfd(0, EFD_CLOEXEC)) {
-  directory = (std::filesystem::temp_directory_path() / "kesctl-XXXXXX").string();
-  Require(mkdtemp(directory.data()) != nullptr, "mkdtemp");
-  path = directory + "/socket";
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  listener.Reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  Require(bind(listener.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0, "bind");
-  Require(listen(listener.Get(), 8) == 0, "listen");
+  if (listen(listener.Fd(), 8) != 0) throw std::runtime_error("listen");
   server = std::thread([this] { ListenAndServe(); });
 }
 
@@ -40,7 +21,6 @@ StandInDaemon::~StandInDaemon() {
   (void)eventfd_write(stop.Get(), 1);
   server.join();
   for (std::thread& delivery : library) delivery.join();  // no connection is left that could start more
-  std::filesystem::remove_all(directory);
 }
 
 bool StandInDaemon::Await(const std::size_t& number, std::size_t count) {
@@ -59,10 +39,10 @@ std::vector<StandInDaemon::Request> StandInDaemon::Requests() const {
 
 void StandInDaemon::ListenAndServe() {
   for (;;) {
-    pollfd watched[2] = {{listener.Get(), POLLIN, 0}, {stop.Get(), POLLIN, 0}};
+    pollfd watched[2] = {{listener.Fd(), POLLIN, 0}, {stop.Get(), POLLIN, 0}};
     if (poll(watched, 2, -1) < 0) continue;
     if (watched[1].revents != 0) return;
-    fenk::UniqueFd peer(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    fenk::UniqueFd peer(accept4(listener.Fd(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!peer.IsOpen()) continue;
     std::shared_ptr<fenk::Connection> accepted =
         fenk::Connection::Create(std::move(peer), fenk::kServerLimits, {&StandInDaemon::InvokeRoot, this});

@@ -15,6 +15,7 @@
 
 #include "client/test_records.h"
 #include "host/fenksocket/connection.h"
+#include "host/fenksocket/test_support.h"
 
 namespace kes {
 
@@ -38,7 +39,7 @@ class StandInDaemon {
       : StandInDaemon(scripted, std::vector<Images>(1, ImagesOf(result))) {}
   ~StandInDaemon();
 
-  const std::string& SocketPath() const { return path; }
+  const std::string& SocketPath() const { return listener.Path(); }
 
   // Each waits for the event, and is false when it did not come in a generous time.
   bool AwaitRequest(std::size_t count = 1);
@@ -74,9 +75,7 @@ class StandInDaemon {
 
   const Answer answer;
   const std::vector<Images> results;
-  std::string directory;
-  std::string path;
-  fenk::UniqueFd listener;
+  const fenk::test::ListeningSocket listener;
   fenk::UniqueFd stop;
 
   mutable std::mutex mutex;

@@ -23,6 +23,16 @@ std::size_t Count(const std::vector<std::string>& lines, const std::string& part
       lines.begin(), lines.end(), [&](const std::string& line) { return line.find(part) != std::string::npos; }));
 }
 
+// Not open when that fails.
+UniqueFd Addressed(int (*operation)(int, const sockaddr*, socklen_t), const std::string& path, int type) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  UniqueFd addressed(::socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
+  if (operation(addressed.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) addressed.Reset(-1);
+  return addressed;
+}
+
 }  // namespace
 
 int32_t CountedObject::Invoke(void* context, uint32_t op, ObjectArg* args, uint32_t counts) {
@@ -124,14 +134,9 @@ bool RawPeer::AwaitEnd() const {
   return false;
 }
 
-UniqueFd ConnectTo(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-  UniqueFd connecting(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (connect(connecting.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) connecting.Reset(-1);
-  return connecting;
-}
+UniqueFd ConnectTo(const std::string& path) { return Addressed(connect, path, SOCK_STREAM); }
+
+UniqueFd BindTo(const std::string& path, int type) { return Addressed(bind, path, type); }
 
 SocketPair::SocketPair() {
   int fds[2];
@@ -145,11 +150,8 @@ ListeningSocket::ListeningSocket() {
   if (mkdtemp(name) == nullptr) abort();
   directory = name;
   path = directory + "/socket";
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-  socket.Reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (bind(socket.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) abort();
+  socket = BindTo(path);
+  if (!socket.IsOpen()) abort();
 }
 
 ListeningSocket::~ListeningSocket() {

@@ -2,6 +2,8 @@
 #ifndef KESD_HOST_FENKSOCKET_TEST_SUPPORT_H_
 #define KESD_HOST_FENKSOCKET_TEST_SUPPORT_H_
 
+#include <sys/socket.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -122,6 +124,8 @@ struct SocketPair {
 
 // Not open when it cannot be connected; errno tells why.
 UniqueFd ConnectTo(const std::string& path);
+// A socket that is bound, and does not listen.
+UniqueFd BindTo(const std::string& path, int type = SOCK_STREAM);
 
 // A listening socket in a directory of its own; both go in the end.
 class ListeningSocket {
