@@ -39,27 +39,6 @@ const AccessPoint& Find(const std::vector<AccessPoint>& accessPoints, uint64_t b
   return accessPoints.front();
 }
 
-// What many measurements of one peer look like.
-struct Spread {
-  double meanMm = 0, deviationMm = 0;
-  double reportedMm = 0;  // mean of the deviations that the measurements tell
-};
-
-Spread SpreadOf(const std::vector<RangedPeer>& peers) {
-  Spread spread;
-  for (const RangedPeer& peer : peers) {
-    EXPECT_EQ(peer.values.status, RangingStatus::kSuccess);
-    spread.meanMm += peer.values.distanceMm;
-    spread.reportedMm += peer.values.distanceStdMm;
-  }
-  const auto count = static_cast<double>(peers.size());
-  spread.meanMm /= count;
-  spread.reportedMm /= count;
-  for (const RangedPeer& peer : peers) spread.deviationMm += std::pow(peer.values.distanceMm - spread.meanMm, 2);
-  spread.deviationMm = std::sqrt(spread.deviationMm / (count - 1));
-  return spread;
-}
-
 TEST(SceneRanging, SaysOfEachPeerHowItWent) {
   const std::vector<AccessPoint> all = MakeNeighbourhood(kBuiltInAccessPoints, kSeed);
   const struct {
@@ -68,11 +47,8 @@ TEST(SceneRanging, SaysOfEachPeerHowItWent) {
     RangingParameters parameters;
     RangingStatus status;
   } cases[] = {
-      {"a wide one", kWide, {}, RangingStatus::kSuccess},
       {"its own frequency", kWide, {.frequencyMhz = 6135}, RangingStatus::kSuccess},
-      {"an 11n one", 0x06D41E7720A0, {}, RangingStatus::kSuccess},
       {"nobody", 0x0E7C33905A22, {}, RangingStatus::kUnknownPeer},
-      {"no address", 0, {}, RangingStatus::kUnknownPeer},
       {"another frequency", kWide, {.frequencyMhz = 5955}, RangingStatus::kWrongChannel},
       {"a frequency below zero", kWide, {.frequencyMhz = -6135}, RangingStatus::kWrongChannel},
       {"an old printer", 0x0240F4031299, {}, RangingStatus::kNotCapable},
@@ -81,7 +57,6 @@ TEST(SceneRanging, SaysOfEachPeerHowItWent) {
       {"a busy one", 0x0A1B2C3D4E11, {}, RangingStatus::kBusy},
       {"a timeout that is too short", kWide, {.timeoutMs = 249}, RangingStatus::kNotMeasured},
       {"a timeout that suffices", kWide, {.timeoutMs = 250}, RangingStatus::kSuccess},
-      {"a timeout below zero", kWide, {.timeoutMs = -1}, RangingStatus::kSuccess},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -97,9 +72,8 @@ TEST(SceneRanging, SaysOfEachPeerHowItWent) {
   }
 }
 
-TEST(SceneRanging, ScattersAroundTheTrueDistanceAsItsDeviationTells) {
+TEST(SceneRanging, MeasuresAsWideAndAsOftenAsItIsAskedTo) {
   const std::vector<AccessPoint> all = MakeNeighbourhood(kBuiltInAccessPoints, kSeed);
-  constexpr size_t kTimes = 4'000;
   const auto with = [](RangingBandwidth bandwidth, RangingPreamble preamble = RangingPreamble::kChoose,
                        uint8_t frames = 8, uint32_t burstExponent = 0) {
     return RangingParameters{
@@ -114,55 +88,51 @@ TEST(SceneRanging, ScattersAroundTheTrueDistanceAsItsDeviationTells) {
   } cases[] = {
       {"the library's choice", {}, 150, 16},
       {"320 MHz", with(RangingBandwidth::k320MHz), 150, 8},
-      {"160 MHz", with(RangingBandwidth::k160MHz), 300, 8},
       {"80 MHz", with(RangingBandwidth::k80MHz), 600, 8},
-      {"40 MHz", with(RangingBandwidth::k40MHz), 1'200, 8},
       {"20 MHz", with(RangingBandwidth::k20MHz), 2'000, 8},
       {"no such bandwidth", with(static_cast<RangingBandwidth>(99)), 150, 8},
+      {"no such preamble", with(RangingBandwidth::k80MHz, static_cast<RangingPreamble>(99)), 600, 8},
       {"HE is not that wide", with(RangingBandwidth::k320MHz, RangingPreamble::kHe), 300, 8},
       {"nor is VHT", with(RangingBandwidth::kChoose, RangingPreamble::kVht), 300, 8},
       {"still less HT", with(RangingBandwidth::kChoose, RangingPreamble::kHt), 1'200, 8},
       {"least a legacy one", with(RangingBandwidth::k80MHz, RangingPreamble::kLegacy), 2'000, 8},
-      {"one frame", with(RangingBandwidth::k80MHz, RangingPreamble::kChoose, 1), 600, 1},
       {"eight bursts", with(RangingBandwidth::k80MHz, RangingPreamble::kChoose, 4, 3), 600, 32},
-      {"frames beyond the limit", with(RangingBandwidth::k80MHz, RangingPreamble::kChoose, 200), 600, 31},
-      {"bursts beyond the limit", with(RangingBandwidth::k80MHz, RangingPreamble::kChoose, 4, 40), 600, 8},
+      {"frames beyond the limit", with(RangingBandwidth::k80MHz, RangingPreamble::kChoose, 255), 600, 31},
+      {"bursts beyond the limit", with(RangingBandwidth::k80MHz, RangingPreamble::kChoose, 4, UINT32_MAX), 600, 8},
       {"a narrow peer", with(RangingBandwidth::k320MHz, RangingPreamble::kHe), 2'000, 8, 0x06D41E7720A0},
       {"a wider one", with(RangingBandwidth::k320MHz, RangingPreamble::kHe), 600, 8, 0x0AF58A61C0D0},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const double trueMm = 1'000 * Distance(Find(all, c.address).position, kListener);
-    const Spread spread = SpreadOf(Measure(all, QueryOf(c.address, c.parameters, kTimes)));
-    const double expectedMm = c.frameErrorMm / std::sqrt(c.frames);
-    EXPECT_NEAR(spread.reportedMm, expectedMm, 0.51);
-    EXPECT_NEAR(spread.deviationMm, expectedMm, 0.06 * expectedMm);
-    EXPECT_NEAR(spread.meanMm, trueMm, 5 * expectedMm / std::sqrt(kTimes) + 1);
+    const RangedPeer peer = Measure(all, QueryOf(c.address, c.parameters)).at(0);
+    EXPECT_EQ(peer.values.distanceStdMm, std::lround(c.frameErrorMm / std::sqrt(c.frames))) << c.name;
   }
-}
-
-TEST(SceneRanging, TellsTimeAndVarianceOfTheSameMeasurementAndMayMeasureLessThanNothing) {
-  std::vector<AccessPoint> near = {Find(MakeNeighbourhood(kBuiltInAccessPoints, kSeed), kWide)};
-  near[0].position = kListener;
-  constexpr double kMmPerPs = 0.299792458 / 2;  // there and back
-  int negative = 0;
-  for (const RangedPeer& peer :
-       Measure(near, QueryOf(kWide, {.bandwidth = RangingBandwidth::k20MHz, .framesPerBurst = 1}, 1'000))) {
-    EXPECT_NEAR(static_cast<double>(peer.values.rttPs) * kMmPerPs, peer.values.distanceMm, 1);
-    EXPECT_NEAR(std::sqrt(static_cast<double>(peer.values.rttVariancePs2)) * kMmPerPs, peer.values.distanceStdMm, 1);
-    EXPECT_NEAR(peer.values.signalMbm, peer.signalMbm, 400);
-    EXPECT_EQ(peer.values.burstsAsked, 2u);
-    EXPECT_EQ(peer.values.burstsAnswered, 2u);
-    negative += peer.values.distanceMm < 0;
-  }
-  EXPECT_NEAR(negative, 500, 80);
-}
-
-TEST(SceneRanging, GivesTheSameResultsForTheSameSeed) {
-  const std::vector<AccessPoint> all = MakeNeighbourhood(kBuiltInAccessPoints, kSeed);
   const auto rtt = [&](uint64_t seed) { return Measure(all, QueryOf(kWide), seed).at(0).values.rttPs; };
   EXPECT_EQ(rtt(1), rtt(1));
   EXPECT_NE(rtt(1), rtt(2));
+}
+
+// Also at no distance, where half of the measurements are below it.
+TEST(SceneRanging, ScattersAroundTheTrueDistanceAsItsDeviationTells) {
+  std::vector<AccessPoint> all = {Find(MakeNeighbourhood(kBuiltInAccessPoints, kSeed), kWide)};
+  constexpr size_t kTimes = 4'000;
+  constexpr double kMmPerPs = 0.299792458 / 2;  // there and back
+  for (const double trueMm : {1'000 * Distance(all[0].position, kListener), 0.0}) {
+    if (trueMm == 0) all[0].position = kListener;
+    double sum = 0, squares = 0;
+    for (const RangedPeer& peer :
+         Measure(all, QueryOf(kWide, {.bandwidth = RangingBandwidth::k20MHz, .framesPerBurst = 1}, kTimes))) {
+      ASSERT_EQ(peer.values.status, RangingStatus::kSuccess);
+      EXPECT_NEAR(static_cast<double>(peer.values.rttPs) * kMmPerPs, peer.values.distanceMm, 1);
+      EXPECT_NEAR(std::sqrt(static_cast<double>(peer.values.rttVariancePs2)) * kMmPerPs, peer.values.distanceStdMm, 1);
+      EXPECT_NEAR(peer.values.signalMbm, peer.signalMbm, 400);
+      EXPECT_EQ(peer.values.burstsAnswered, 2u);
+      sum += peer.values.distanceMm - trueMm;
+      squares += std::pow(peer.values.distanceMm - trueMm, 2);
+    }
+    constexpr double kDeviationMm = 1'414;  // of two frames of 2 m each
+    EXPECT_NEAR(sum / kTimes, 0, 5 * kDeviationMm / std::sqrt(kTimes));
+    EXPECT_NEAR(std::sqrt(squares / kTimes), kDeviationMm, 0.06 * kDeviationMm);
+  }
 }
 
 TEST(SceneRanging, LosesBurstsOfAWeakPeer) {
@@ -173,44 +143,20 @@ TEST(SceneRanging, LosesBurstsOfAWeakPeer) {
   const struct {
     int32_t signalDbm;
     double leastBursts, mostBursts;  // mean
-    bool sometimesNone;
-  } cases[] = {{-78, 8, 8, false}, {-84, 6, 7.6, false}, {-93, 0.3, 0.8, true}, {-95, 0, 0, true}};
+  } cases[] = {{-78, 8, 8}, {-84, 6, 7.6}, {-93, 0.3, 0.8}, {-95, 0, 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.signalDbm);
     std::vector<AccessPoint> weak = {strong};
     weak[0].transmitDbm += c.signalDbm - SignalMbm(strong, kSeed) / 100;
     double bursts = 0;
-    int none = 0;
     for (const RangedPeer& peer : Measure(weak, QueryOf(kWide, parameters, kTimes))) {
       EXPECT_EQ(peer.values.burstsAsked, 8u);
       EXPECT_EQ(peer.values.status,
                 peer.values.burstsAnswered == 0 ? RangingStatus::kNoResponse : RangingStatus::kSuccess);
       bursts += peer.values.burstsAnswered;
-      none += peer.values.burstsAnswered == 0;
     }
     EXPECT_GE(bursts / kTimes, c.leastBursts);
     EXPECT_LE(bursts / kTimes, c.mostBursts);
-    EXPECT_EQ(none > 0, c.sometimesNone);
-  }
-}
-
-TEST(SceneRanging, AnswersAbsurdParameters) {
-  const std::vector<AccessPoint> all = MakeNeighbourhood(kBuiltInAccessPoints, kSeed);
-  for (const int32_t number : {INT32_MIN, -1, 1, INT32_MAX}) {
-    const auto choice = static_cast<uint32_t>(number);
-    const RangingParameters parameters = {0,
-                                          number,
-                                          number == 1 ? 0 : number,
-                                          static_cast<RangingBandwidth>(choice),
-                                          choice,
-                                          static_cast<RangingPreamble>(choice),
-                                          static_cast<wifi::RangingProtocol>(choice),
-                                          number,
-                                          255,
-                                          255};
-    const RangedPeer peer = Measure(all, QueryOf(kWide, parameters)).at(0);
-    EXPECT_EQ(peer.values.status, RangingStatus::kSuccess) << number;
-    EXPECT_GT(peer.values.distanceMm, 0) << number;
   }
 }
 
