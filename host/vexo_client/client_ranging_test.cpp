@@ -1,7 +1,9 @@
 // Ranging through a client that measures the built-in scene.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <initializer_list>
+#include <latch>
 #include <memory>
 #include <numeric>
 #include <set>
@@ -126,15 +128,22 @@ TEST_F(RangingClient, ReportsEveryRoundOfAPeriodicRequest) {
 }
 
 TEST_F(RangingClient, BeginsARoundOnlyWhenTheOneBeforeIsReported) {
+  std::latch began(1), proceed(1);
+  std::atomic<int> begun = 0;
+  listener.onReport = [&](uint32_t id) {
+    if (id != 1) return;
+    if (++begun == 1) began.count_down();
+    proceed.wait();
+  };
   Make("scene:delay=0");
-  listener.Hold(1);
   ASSERT_EQ(SendPeriodic(1, {{100, 2}}), 0);
-  ASSERT_TRUE(listener.WaitUntilHeld(1));
+  began.wait();
   ASSERT_EQ(SendPeriodic(2, {{100, 4}}), 0);
   for (const Report& report : listener.WaitFor(4)) EXPECT_EQ(report.id, 2u);  // 300 ms have passed
-  EXPECT_EQ(listener.InProgress(), 1u);
-  listener.Release(1);
+  EXPECT_EQ(begun, 1);
+  proceed.count_down();
   EXPECT_EQ(listener.WaitFor(6).size(), 6u);
+  client.reset();  // which refers to the hook
 }
 
 TEST_F(RangingClient, TakesAsManyNodesAsTheRecordsCanNumberAndNoMore) {

@@ -73,11 +73,8 @@ Report Copy(zv_loc_fw::VEXOResponse& response) {
 
 void RecordingListener::responseReceived(zv_loc_fw::VEXOResponse* response) {
   Report report = Copy(*response);
-  std::unique_lock lock(mutex);
-  ++inProgress;
-  changed.notify_all();
-  changed.wait(lock, [&] { return !held.contains(report.id); });
-  --inProgress;
+  onReport(report.id);
+  const std::lock_guard lock(mutex);
   reports.push_back(std::move(report));
   changed.notify_all();
 }
@@ -86,27 +83,6 @@ std::vector<Report> RecordingListener::WaitFor(size_t count) {
   std::unique_lock lock(mutex);
   changed.wait_for(lock, kPatienceOfTests, [&] { return reports.size() >= count; });
   return reports;
-}
-
-void RecordingListener::Hold(uint32_t id) {
-  const std::lock_guard lock(mutex);
-  held.insert(id);
-}
-
-void RecordingListener::Release(uint32_t id) {
-  const std::lock_guard lock(mutex);
-  held.erase(id);
-  changed.notify_all();
-}
-
-bool RecordingListener::WaitUntilHeld(size_t count) {
-  std::unique_lock lock(mutex);
-  return changed.wait_for(lock, kPatienceOfTests, [&] { return inProgress >= count; });
-}
-
-size_t RecordingListener::InProgress() {
-  const std::lock_guard lock(mutex);
-  return inProgress;
 }
 
 bool FakeSource::StartScan(std::shared_ptr<const DiscoveryQuery>, ScanDone done) noexcept {

@@ -5,10 +5,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -46,7 +46,7 @@ struct Report {
 
 Report Copy(zv_loc_fw::VEXOResponse& response);
 
-// Records a copy of every response. The report of a held request stays in progress until it is released.
+// Records a copy of every response.
 class RecordingListener final : public zv_loc_fw::VEXOClientListener {
  public:
   void responseReceived(zv_loc_fw::VEXOResponse* response) override;
@@ -55,17 +55,12 @@ class RecordingListener final : public zv_loc_fw::VEXOClientListener {
   std::vector<Report> WaitFor(size_t count);
   Report WaitForOne() { return WaitFor(1).at(0); }
 
-  void Hold(uint32_t id);
-  void Release(uint32_t id);
-  bool WaitUntilHeld(size_t count);  // that many reports are in progress
-  size_t InProgress();
+  std::function<void(uint32_t id)> onReport = [](uint32_t) {};  // while the report is in progress
 
  private:
   std::mutex mutex;
   std::condition_variable changed;
   std::vector<Report> reports;
-  std::set<uint32_t> held;
-  size_t inProgress = 0;
 };
 
 // Keeps what it is asked for until the test answers. Ranging it never starts.
