@@ -70,6 +70,7 @@ TEST_F(ServiceTest, DisconnectsAPeerThatBreaksTheProtocolAndNobodyElse) {
       {"INVOKE of another connection's object", Hello() += Invoke(1, 1, 0, 0)},
       {"INVOKE of a released object", Hello() += StartRequest(1, 1) += Release(1) += Invoke(2, 1, 0, 0)},
       {"retain as an invocation", Hello() += Invoke(1, 0, 0x1FFFE, 0)},
+      {"release as an invocation", Hello() += Invoke(1, 0, 0xFFFF, 0)},
       {"no sizes", Hello() += Invoke(1, 0, 0, 0x0001)},
       {"fewer sizes than buffers", Hello() += Invoke(1, 0, 0, 0x0011, Bytes().U64(0))},
       {"buffer larger than the frame", Hello() += Invoke(1, 0, 0, 0x0001, Bytes().U64(1))},
