@@ -30,14 +30,10 @@ class ControlSocket : public testing::Test {
   const UniqueFd stream{socket(AF_UNIX, SOCK_STREAM, 0)};
 };
 
-TEST_F(ControlSocket, IsTheDescriptorThatTheVariableNames) {
+TEST_F(ControlSocket, IsTheDescriptorThatTheVariableNamesAndInheritedNoFurther) {
   EXPECT_EQ(With(Text(stream)), stream.Get());
-  EXPECT_EQ(With("00" + Text(stream)), stream.Get());
-}
-
-TEST_F(ControlSocket, IsNotInheritedAnyFurther) {
-  ASSERT_EQ(With(Text(stream)), stream.Get());
   EXPECT_EQ(fcntl(stream.Get(), F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(With("00" + Text(stream)), stream.Get());
 }
 
 TEST_F(ControlSocket, IsLookedUpWithUnderscoresForTheOtherCharacters) {

@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -7,6 +6,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,6 @@
 
 namespace {
 
-using fenk::UniqueFd;
 using testing_process::Outcome;
 using testing_process::Output;
 using testing_process::Process;
@@ -125,22 +125,17 @@ TEST_F(Launcher, LetsOneOfSeveralAtOnceWin) {
 }
 
 TEST_F(Launcher, NeverRemovesWhatIsNoSocket) {
-  const auto expectRefused = [this] {
+  const std::function<void()> make[] = {[&] { std::ofstream{path}; }, [&] { std::filesystem::create_directory(path); },
+                                        [&] { std::filesystem::create_symlink(directory + "/elsewhere", path); }};
+  for (const auto& one : make) {
+    one();
+    const mode_t kind = Status().st_mode;
     const Outcome result = Serve().Finish();
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.out, "kesd-launch: " + path + " exists and is no socket: it is left as it is\n");
-  };
-  UniqueFd(open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600)).Reset(-1);
-  expectRefused();
-  EXPECT_TRUE(std::filesystem::remove(path));
-
-  std::filesystem::create_directory(path);
-  expectRefused();
-  EXPECT_TRUE(std::filesystem::remove(path));
-
-  std::filesystem::create_symlink(directory + "/elsewhere", path);
-  expectRefused();
-  EXPECT_TRUE(std::filesystem::is_symlink(path));
+    EXPECT_EQ(Status().st_mode, kind);
+    EXPECT_TRUE(std::filesystem::remove(path));
+  }
 }
 
 TEST_F(Launcher, SaysWhatIsWrong) {
@@ -154,13 +149,11 @@ TEST_F(Launcher, SaysWhatIsWrong) {
       {"no program", {"--socket", path}, 2, "no program was named"},
       {"unknown option", {"--sockets", path, "true"}, 2, "unrecognized option"},
       {"option without value", {"--socket"}, 2, "requires an argument"},
-      {"mode with another digit", {"--mode", "0680", "true"}, 2, "not an octal number"},
       {"mode with more bits", {"--mode", "4660", "true"}, 2, "not an octal number"},
       {"empty mode", {"--mode", "", "true"}, 2, "not an octal number"},
       {"unknown group", {"--group", "no-such-group", "true"}, 2, "no such group: no-such-group"},
       {"path too long", {"--socket", tooLong, "true"}, 1, "a socket's path has 1 to 107 bytes"},
       {"empty path", {"--socket", "", "true"}, 1, "a socket's path has 1 to 107 bytes"},
-      {"no directory", {"--socket", directory + "/none/socket", "true"}, 1, "No such file or directory"},
       {"no such program", {"--socket", path, "--", "no-such-program"}, 127, "cannot run no-such-program"},
       {"not a program", {"--socket", path, "--", directory}, 1, "cannot run " + directory},
       {"help", {"--help"}, 0, "Usage: kesd-launch"},

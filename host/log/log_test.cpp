@@ -83,15 +83,12 @@ TEST(Log, AdmitsWhatTheTagsLevelAndTheEnvironmentAllow) {
   } cases[] = {
       {"nobody set a level", kNotSet, nullptr, "EW"},
       {"nothing", 0, nullptr, ""},
-      {"errors", 1, nullptr, "E"},
       {"warnings", 2, nullptr, "EW"},
-      {"information", 3, nullptr, "EWI"},
       {"everything", 4, nullptr, "EWID"},
       {"below the range", -7, nullptr, ""},
       {"above the range", 9, nullptr, "EWID"},
       {"empty variable", 1, "", "E"},
       {"every tag raised", 1, "debug", "EWID"},
-      {"every tag raised, level not set", kNotSet, "info", "EWI"},
       {"this tag raised", 1, "kesd=info", "EWI"},
       {"this tag raised among others", 1, " other=debug , kesd = warning ,", "EW"},
       {"the more talkative word counts", 1, "kesd=debug,kesd=info,warning", "EWID"},
@@ -125,29 +122,23 @@ TEST(Log, SaysOnceWhichWordsOfTheVariableItDoesNotKnow) {
 TEST(Log, MakesEveryMessageOneLine) {
   const std::string tooLong(5000, 'x');
   const std::string tooLongOnceEscaped(2000, '\x01');
-  const struct {
-    const char* name;
-    std::string message;
-    std::string shown;
-  } cases[] = {
-      {"plain", "plain", "plain"},
-      {"empty", "", ""},
-      {"one newline at the end", "text\n", "text"},
-      {"only the last newline goes", "text\n\n", "text\\n"},
-      {"newlines inside", "a\nb\rc\td", "a\\nb\\rc\\td"},
-      {"terminal control", "\x1b[2J\x07\x7f", "\\x1b[2J\\x07\\x7f"},
-      {"octets that are not ASCII", "\xc3\xa9\xff", "\\xc3\\xa9\\xff"},
-      {"backslash", "\\n", "\\\\n"},
-      {"per cent in an argument", "100 %s", "100 %s"},
-      {"longer than a line", tooLong, std::string(2047, 'x') + " [cut]"},
+  const std::pair<std::string, std::string> cases[] = {
+      {"", ""},
+      {"text\n", "text"},
+      {"only the last one goes\n\n", "only the last one goes\\n"},
+      {"a\nb\rc\td", "a\\nb\\rc\\td"},
+      {"\x1b[2J\x07\x7f", "\\x1b[2J\\x07\\x7f"},
+      {"\xc3\xa9\xff", "\\xc3\\xa9\\xff"},
+      {"\\n", "\\\\n"},
+      {"100 %s", "100 %s"},
+      {tooLong, std::string(2047, 'x') + " [cut]"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const Outcome outcome = RunWith(nullptr, [&] { zv_loc_fw::log_error("kesd", "%s", c.message.c_str()); });
-    const std::vector<std::string> lines = LinesOf(outcome.output);
-    ASSERT_EQ(lines.size(), 1U) << outcome.output;
-    EXPECT_EQ(MessageOf(lines[0]), c.shown);
-  }
+  const Outcome outcome = RunWith(nullptr, [&] {
+    for (const auto& [message, shown] : cases) zv_loc_fw::log_error("kesd", "%s", message.c_str());
+  });
+  const std::vector<std::string> lines = LinesOf(outcome.output);
+  ASSERT_EQ(lines.size(), std::size(cases)) << outcome.output;
+  for (size_t i = 0; i < lines.size(); ++i) EXPECT_EQ(MessageOf(lines[i]), cases[i].second);
   const Outcome escaped = RunWith(nullptr, [&] { zv_loc_fw::log_error("kesd", "%s", tooLongOnceEscaped.c_str()); });
   EXPECT_LE(escaped.output.size(), 4096U);
   EXPECT_TRUE(escaped.output.ends_with("\\x01 [cut]\n")) << escaped.output;

