@@ -35,6 +35,7 @@ TEST(SourceChoice, NamesAScene) {
     size_t accessPoints;
   } cases[] = {
       {"", 13},
+      {"scene", 13},
       {"scene:aps=0", 0},
       {"scene:aps=40,delay=0,seed=18446744073709551615", 40},
   };
@@ -56,6 +57,7 @@ TEST(SourceChoice, SaysWhatIsWrongAndAnswersAsUnavailable) {
       {"capture:", "no file is named"},
       {"scene:aps=1,", "\"\" is not of the form KEY=VALUE"},
       {"scene:aps=20001", "aps must be a number from 0 to 20000, not \"20001\""},
+      {"scene:aps=1 ", "aps must be a number from 0 to 20000, not \"1 \""},
       {"scene:seed=18446744073709551616", "seed must be a number from 0 to 18446744073709551615"},
       {"scene:delay=600001", "delay must be a number from 0 to 600000"},
       {"scene:aps=1,aps=2", "aps is given twice"},
