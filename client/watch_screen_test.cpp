@@ -21,14 +21,12 @@ kes::Measurement Heard(uint8_t number, std::string_view ssid, int32_t signalMbm)
   return measurement;
 }
 
-struct HistoryCase {
+const struct {
   const char* name;
   std::string scans;  // of one access point: a step of its signal, '?' unknown, ' ' not heard, 'x' a scan that failed
   std::string bars;   // empty when it is not in the table
   std::string state;
-};
-
-const HistoryCase kHistories[] = {
+} kHistories[] = {
     {"new", " 5", "5", "new "},
     {"new no more", " 555555", "555555", "    "},
     {"gone", "44     ", "44     ", "gone"},
@@ -40,7 +38,7 @@ const HistoryCase kHistories[] = {
 };
 
 TEST(WatchScreen, ShowsWhatEachScanHeard) {
-  for (const HistoryCase& c : kHistories) {
+  for (const auto& c : kHistories) {
     SCOPED_TRACE(c.name);
     SignalHistory history;
     for (const char step : c.scans) {

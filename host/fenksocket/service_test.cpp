@@ -12,35 +12,6 @@
 
 namespace fenk::test {
 
-TEST_F(ServiceTest, CarriesARequestItsResultAndItsHandle) {
-  Start();
-  RawPeer peer = Greet();
-  ASSERT_TRUE(peer.Send(StartRequest(1, 0x51)));
-  const RawFrame reply = peer.Receive();
-  EXPECT_EQ(reply.type, 3);
-  EXPECT_EQ(reply.serial, 1u);
-  EXPECT_EQ(reply.U32(0), 0u);
-  EXPECT_EQ(reply.U32(4), 0x1000u);
-  EXPECT_EQ(reply.U32(8), kMine);
-  const uint64_t handle = reply.U64(16);
-  std::thread delivering([&] { EXPECT_EQ(requests.DeliverAll(), 1); });
-  const RawFrame result = peer.Receive();
-  EXPECT_EQ(result.type, 2);
-  EXPECT_EQ(result.U64(0), 0x51u);
-  EXPECT_EQ(result.U32(12), 0x0001u);
-  EXPECT_EQ(result.U64(16), 8u);
-  EXPECT_EQ(result.body.substr(24), "pppppppp");
-  ASSERT_TRUE(peer.Send(Reply(result.serial, 9)));
-  delivering.join();
-  EXPECT_EQ(requests.results.Get(), std::vector<int32_t>{9});
-  const RawFrame release = peer.Receive();
-  EXPECT_EQ(release.type, 4);
-  EXPECT_EQ(release.U64(0), 0x51u);
-  ASSERT_TRUE(peer.Send(Release(handle)));
-  EXPECT_TRUE(requests.handles.AwaitEqual(0));
-  ExpectServes(peer);
-}
-
 TEST_F(ServiceTest, DisconnectsAPeerThatBreaksTheProtocolAndNobodyElse) {
   Start();
   const RawPeer bystander = Greet();

@@ -18,24 +18,6 @@ using std::chrono::milliseconds;
 using Clock = Scheduler::Clock;
 
 // What tasks refer to is declared before the scheduler, whose end waits for them.
-TEST(Scheduler, RunsTasksInTheOrderOfTheirTimes) {
-  const auto base = Clock::now() - milliseconds(10);
-  std::string order;
-  std::latch done(4), gate(1);
-  Scheduler scheduler({.threads = 1});
-  ASSERT_TRUE(scheduler.Start());
-  ASSERT_TRUE(scheduler.At(base - milliseconds(1), [&] { gate.wait(); }));  // until all are there
-  for (const auto& [letter, offset] : {std::pair{'c', 3}, {'a', 1}, {'d', 60}, {'b', 2}}) {
-    ASSERT_TRUE(scheduler.At(base + milliseconds(offset), [&, letter = letter] {
-      order += letter;
-      done.count_down();
-    }));
-  }
-  gate.count_down();
-  done.wait();
-  EXPECT_EQ(order, "abcd");
-}
-
 TEST(Scheduler, GoesOnWhileTasksBlockAndEndsTheSurplusThreads) {
   constexpr int kBlocked = 40;
   std::latch allBlocked(kBlocked), release(1);
