@@ -119,8 +119,7 @@ TEST(SceneRanging, ScattersAroundTheTrueDistanceAsItsDeviationTells) {
   for (const double trueMm : {1'000 * Distance(all[0].position, kListener), 0.0}) {
     if (trueMm == 0) all[0].position = kListener;
     double sum = 0, squares = 0;
-    for (const RangedPeer& peer :
-         Measure(all, QueryOf(kWide, {.bandwidth = RangingBandwidth::k20MHz, .framesPerBurst = 1}, kTimes))) {
+    for (const RangedPeer& peer : Measure(all, QueryOf(kWide, {.framesPerBurst = 1}, kTimes))) {
       ASSERT_EQ(peer.values.status, RangingStatus::kSuccess);
       EXPECT_NEAR(static_cast<double>(peer.values.rttPs) * kMmPerPs, peer.values.distanceMm, 1);
       EXPECT_NEAR(std::sqrt(static_cast<double>(peer.values.rttVariancePs2)) * kMmPerPs, peer.values.distanceStdMm, 1);
@@ -129,7 +128,7 @@ TEST(SceneRanging, ScattersAroundTheTrueDistanceAsItsDeviationTells) {
       sum += peer.values.distanceMm - trueMm;
       squares += std::pow(peer.values.distanceMm - trueMm, 2);
     }
-    constexpr double kDeviationMm = 1'414;  // of two frames of 2 m each
+    constexpr double kDeviationMm = 106;  // of two frames of 150 mm each
     EXPECT_NEAR(sum / kTimes, 0, 5 * kDeviationMm / std::sqrt(kTimes));
     EXPECT_NEAR(std::sqrt(squares / kTimes), kDeviationMm, 0.06 * kDeviationMm);
   }
