@@ -64,6 +64,7 @@ TEST(CaptureFrames, AreKeptOrDroppedOneByOne) {
       {"radiotap longer than its packet", kRadiotap, {{{0, 0, 99, 0, 0, 0, 0, 0}}}, "1='good' 0/1/0 of 2"},
       {"empty packet", kBare, {{{}}}, "1='good' 0/1/0 of 2"},
       {"probe response", kBare, {{Beacon(2, Ssid("a"), {0x50, 0})}}, "2='a' 1='good' 0/0/0 of 2"},
+      {"probe request", kBare, {{Beacon(2, Ssid("a"), {0x40, 0})}}, "1='good' 0/0/0 of 2"},
       {"data and acknowledgement",
        kBare,
        {{Beacon(2, Ssid("a"), {0x08, 0})}, {{0xD4, 0, 0, 0, 1, 2, 3, 4, 5, 6}}},
