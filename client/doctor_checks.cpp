@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -79,7 +80,13 @@ Finding LookAtSocket(Examination& examination) {
 }
 
 Finding LookAtPermission(Examination& examination) {
-  const std::optional<Barrier> barrier = FindBarrier(examination.socketPath);
+  const std::string& path = examination.socketPath;
+  const std::optional<Barrier> barrier = FindBarrier(path);
+  if (!barrier && access(path.c_str(), W_OK) != 0 && errno == EACCES) {
+    return Failed(kExitNoDaemon, Whoami() + " may not reach " + path,
+                  "A folder that cannot be entered lies in between, behind a link or above the current one: name the "
+                  "socket by its whole path.");
+  }
   if (!barrier) return Ok(Whoami() + " may connect");
   return Failed(kExitNoDaemon,
                 Whoami() + " may not " + (barrier->IsFolder() ? "enter " : "use ") + barrier->path + ", " +

@@ -109,16 +109,21 @@ TEST(KesctlDoctor, TellsWhichGroupOpensASocket) {
       {"s", 0666, 0, 0, {"everybody", "oofssss", 3, {"nobody listens"}}},
   };
   const std::string id = std::to_string(kSomebody);
+  const auto asSomebody = [&](const std::string& path) {
+    return testing_process::Run({"/usr/bin/setpriv", "--reuid", id, "--regid", id, "--clear-groups", kesctl, "doctor",
+                                 "--json", "--socket", path});
+  };
   for (const auto& c : cases) {
     fs::permissions(inner, fs::perms{0755});
     ASSERT_EQ(chown(inner.c_str(), 0, 0), 0);
     const std::string kept = *c.kept == '\0' ? inner : inner + '/' + c.kept;
     ASSERT_EQ(chown(kept.c_str(), c.owner, c.group), 0);
     fs::permissions(kept, fs::perms{c.mode});
-    ExpectDiagnosis(testing_process::Run({"/usr/bin/setpriv", "--reuid", id, "--regid", id, "--clear-groups", kesctl,
-                                          "doctor", "--json", "--socket", socket}),
-                    c.diagnosis);
+    ExpectDiagnosis(asSomebody(socket), c.diagnosis);
   }
+  fs::permissions(inner, fs::perms{0700});
+  fs::create_symlink(socket, directory.path / "link");
+  ExpectDiagnosis(asSomebody(directory.path / "link"), {"behind a link", "sfsssss", 3, {"may not reach ", "a link"}});
 }
 
 TEST(KesctlDoctor, TellsWhatADaemonCanDo) {
