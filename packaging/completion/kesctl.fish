@@ -3,11 +3,11 @@ complete -c kesctl -f
 complete -c kesctl -l socket -r -F -d 'The socket of the daemon'
 complete -c kesctl -s h -l help -d 'Print help and exit'
 
-complete -c kesctl -n __fish_use_subcommand -l version -d 'Print the version and exit'
-complete -c kesctl -n __fish_use_subcommand -a scan -d 'Show which access points are around'
-complete -c kesctl -n __fish_use_subcommand -a watch -d 'Scan again and again'
-complete -c kesctl -n __fish_use_subcommand -a range -d 'Measure the distance to peers'
-complete -c kesctl -n __fish_use_subcommand -a doctor -d 'Check whether scans can work'
+complete -c kesctl -n 'not __fish_seen_subcommand_from scan watch range doctor' -l version -d 'Print the version and exit'
+complete -c kesctl -n 'not __fish_seen_subcommand_from scan watch range doctor' -a scan -d 'Show which access points are around'
+complete -c kesctl -n 'not __fish_seen_subcommand_from scan watch range doctor' -a watch -d 'Scan again and again'
+complete -c kesctl -n 'not __fish_seen_subcommand_from scan watch range doctor' -a range -d 'Measure the distance to peers'
+complete -c kesctl -n 'not __fish_seen_subcommand_from scan watch range doctor' -a doctor -d 'Check whether scans can work'
 
 complete -c kesctl -n '__fish_seen_subcommand_from scan' -l mode -x -a 'fresh cache fallback' -d 'Scan, or ask the cache'
 complete -c kesctl -n '__fish_seen_subcommand_from scan watch' -l band -x -a '2.4 5 all' -d 'The band to scan'
