@@ -19,6 +19,7 @@ import argparse
 import dataclasses
 import itertools
 import json
+import os
 import re
 import socket
 import struct
@@ -562,7 +563,13 @@ def main(arguments: Sequence[str] | None = None) -> int:
     ranging.add_argument("peers", metavar="MAC", nargs="+", type=mac_address)
     sys.stdout.reconfigure(errors="backslashreplace")
     try:
-        return run(parser.parse_args(arguments))
+        status = run(parser.parse_args(arguments))
+        sys.stdout.flush()
+        return status
+    except OSError as error:  # of the socket it would be a KesError
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())  # for what is flushed at the end
+        print(f"kes: cannot write the result: {error.strerror}", file=sys.stderr)
+        return KesError.exit_code
     except KesError as error:
         print(f"kes: {error}", file=sys.stderr)
         return error.exit_code

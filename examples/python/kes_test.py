@@ -66,6 +66,10 @@ class AgreesWithKesctl(Daemon):
                          [each["bssid"] for each in by_script["access_points"]])
         with self.script(path, "scan") as process:
             self.assertIn(r"  \x1b[31mred\x1b[0m\r\n\x07" + "\n", process.stdout.read())
+        with self.script(path, "scan") as process:
+            process.stdout.close()
+            self.assertEqual(process.stderr.read(), "kes: cannot write the result: Broken pipe\n")
+        self.assertEqual(process.returncode, 1)
 
     def test_about_distances(self) -> None:
         path = self.start("scene:delay=0")
