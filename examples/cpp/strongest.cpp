@@ -1,7 +1,7 @@
 // Scans once, lists what is around, and measures the distance to the strongest access point that is in reach.
 //
 //   cmake -B build && cmake --build build && build/strongest [SOCKET]
-//   g++ strongest.cpp -o strongest $(pkg-config --cflags --libs kes)      # without CMake
+//   g++ -std=c++20 strongest.cpp -o strongest $(pkg-config --cflags --libs kes)      # without CMake
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

@@ -1,4 +1,4 @@
-// The radio's own thread, which alone talks to the kernel.
+// The radio's own thread, which talks to the kernel; nobody else does while it runs.
 #ifndef KESD_HOST_VEXO_CLIENT_NL80211_KERNEL_RADIO_H_
 #define KESD_HOST_VEXO_CLIENT_NL80211_KERNEL_RADIO_H_
 
